@@ -28,12 +28,18 @@ long getLongProperty(const Dabo::Properties& properties, const std::string& key,
         return defaultValue;
     }
     const std::string& text = found->second;
-    const char* begin = text.c_str();
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(begin, &end, 10);
-    if (text.empty() || end != begin + text.size() || errno == ERANGE) {
+    // Only an optional sign and decimal digits: strtol alone would also take
+    // leading blanks, which would hide a malformed configuration.
+    const std::size_t digitsFrom = (!text.empty() && (text[0] == '-' || text[0] == '+')) ? 1 : 0;
+    const bool wellFormed = text.size() > digitsFrom &&
+                            text.find_first_not_of("0123456789", digitsFrom) == std::string::npos;
+    if (!wellFormed) {
         throw DaboException("Property " + key + " has value '" + text + "', which is not an integer");
+    }
+    errno = 0;
+    const long value = std::strtol(text.c_str(), nullptr, 10);
+    if (errno == ERANGE) {
+        throw DaboException("Property " + key + " has value '" + text + "', which is out of range of a long integer");
     }
     return value;
 }

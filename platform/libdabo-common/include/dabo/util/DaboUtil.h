@@ -13,8 +13,9 @@ namespace orlo::dabo::util {
 std::int32_t topicNameHash(const std::string& topicName);
 
 /// The property `key` as an integer, or `defaultValue` when it is absent.
-/// A value that is not a whole decimal number within range of `long` is a
-/// DaboException naming the key and the value.
+/// The value must be an optional sign followed by decimal digits; otherwise a
+/// DaboException "Property KEY has value 'VALUE', which is not an integer".
+/// A number beyond `long` is "..., which is out of range of a long integer".
 long getLongProperty(const Dabo::Properties& properties, const std::string& key, long defaultValue);
 
 /// Wall-clock time in milliseconds since the Unix epoch.
