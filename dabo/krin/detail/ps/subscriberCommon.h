@@ -1,0 +1,96 @@
+#pragma once
+
+#include <log4cplus/logger.h>
+
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <zmq.hpp>
+
+#include "krin.pb.h"
+
+// The parts of both subscribers that do not depend on the topic type: the
+// topic's identity from its URI, the frames of one message up to its payload,
+// and the texts with which a bad message is reported. Compiled once.
+namespace orlo::dabo::krin::detail::ps::subscriberCommon {
+
+/// Who a subscriber is on the wire, worked out once from its URI.
+struct TopicIdentity {
+    std::string topicName;
+    std::uint32_t topicIdHash;
+    std::string topicIdFrame;
+};
+
+/// Checks `uri` for a subscriber, and derives the topic name (the URI's path,
+/// unstripped), its hash and the first frame of its messages. Exceptions of
+/// the URI check and of the URI parser pass through.
+TopicIdentity identifyTopic(const std::string& uri);
+
+/// The words in which the two kinds of subscriber describe their socket, and
+/// whether a message of another topic is worth an ERROR line.
+struct Wording {
+    /// "KrinSubscriber socket" or "subscriber socket".
+    const char* socketName;
+    bool reportTopicMismatch;
+};
+
+/// The queued subscriber's wording: it names itself and reports a mismatch.
+extern const Wording queuedWording;
+/// The most-recent-value subscriber's wording: generic, and silent on a mismatch.
+extern const Wording mrvWording;
+
+/// What a received message is checked against.
+struct Expectation {
+    const std::string& topicIdFrame;
+    std::uint32_t dataEntityTypeHash;
+    bool disableTypeHashCheck;
+};
+
+/// The two frames of a message that the typed half of a receive path still needs.
+struct ReceivedFrames {
+    orlo::dabo::krin::rr::KrinHeader header;
+    /// The payload, still in ZeroMQ's buffer; parsed in place.
+    zmq::message_t payload;
+};
+
+/// How far the frames of one message got.
+enum class FramesOutcome {
+    /// Header parsed, type accepted, payload received: `frames` is filled.
+    Complete,
+    /// The first frame belongs to another topic; the rest of the message is
+    /// left in the socket on purpose.
+    TopicMismatch,
+    /// The payload frame would have blocked: the sample is dropped without a word.
+    WouldBlock,
+};
+
+/// Reads one message up to and including its payload frame: topic frame,
+/// header, type hash, payload. A failure to read or a bad header or type
+/// throws std::exception; the caller's handler reports it and discards the
+/// rest of the message.
+FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const Wording& wording,
+                            const log4cplus::Logger& logger, ReceivedFrames& frames);
+
+/// WARN line for a readable socket before initialisation or after close.
+void warnNotReady(const log4cplus::Logger& logger);
+
+/// Throws the failure of a payload that the binding refused to parse.
+[[noreturn]] void throwPayloadRefused(const Wording& wording, const std::string& topicIdFrame);
+
+/// The handler of a receive path: ERROR "Failed to process message. msg:" with
+/// the failure's text, then drops what is left of the message.
+void reportFailureAndDiscard(const log4cplus::Logger& logger, const std::exception& failure,
+                             zmq::socket_t& socket);
+
+/// Text of a header whose type hash is not the subscriber's; both numbers as
+/// signed 32-bit decimals, the local one first.
+std::string typeHashMismatchText(std::uint32_t local, std::uint32_t remote);
+
+/// TRACE `prefix` followed by the subscriber's printable id; the id is only
+/// worked out when TRACE is enabled.
+void traceWithId(const log4cplus::Logger& logger, const char* prefix, const std::string& topicIdFrame);
+
+/// TRACE line of a constructor: `<className> topicName:... topicIdHash:... topicIdFrame:<id>`.
+void traceIdentity(const log4cplus::Logger& logger, const char* className, const TopicIdentity& identity);
+
+}  // namespace orlo::dabo::krin::detail::ps::subscriberCommon
