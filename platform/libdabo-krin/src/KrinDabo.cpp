@@ -1,0 +1,124 @@
+#include "dabo/krin/detail/KrinDabo.h"
+
+#include <climits>
+#include <future>
+
+#include "KrinRuntime.h"
+#include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinHelpers.h"
+#include "dabo/util/DaboUtil.h"
+
+namespace orlo::dabo::krin::detail {
+
+namespace {
+
+constexpr long defaultHighWaterMark = 1000;
+const char* const highWaterMarkProperty = "krin.runtime.highWaterMark";
+
+int highWaterMarkOf(const orlo::dabo::Dabo::Properties& properties) {
+    const long value = orlo::dabo::util::getLongProperty(properties, highWaterMarkProperty, defaultHighWaterMark);
+    if (value < 0 || value > INT_MAX) {
+        throw DaboException(std::string("Property ") + highWaterMarkProperty + " has value '" + std::to_string(value) +
+                            "', which is not a message count");
+    }
+    return static_cast<int>(value);
+}
+
+std::atomic<unsigned long> dealerCount{0};
+
+}  // namespace
+
+std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties) {
+    return create(properties, KrinDaboTestHooks{});
+}
+
+std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties,
+                                           const KrinDaboTestHooks& testHooks) {
+    return std::shared_ptr<KrinDabo>(new KrinDabo(properties, testHooks));
+}
+
+KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks)
+    : properties(properties), runtime(std::make_shared<KrinRuntime>(testHooks, highWaterMarkOf(properties))) {
+    std::promise<void> ready;
+    std::future<void> started = ready.get_future();
+    // The thread shares the runtime's state, so that it can finish on its own
+    // when the last reference to this object is dropped on that very thread.
+    thread = std::thread([state = runtime, &ready] { state->run(ready); });
+    try {
+        started.get();
+    } catch (...) {
+        thread.join();
+        throw;
+    }
+}
+
+KrinDabo::~KrinDabo() {
+    runtime->requestStop();
+    if (thread.get_id() == std::this_thread::get_id()) {
+        // Released from inside an event: the thread cannot wait for itself.
+        // It closes everything when the event returns, then ends.
+        thread.detach();
+    } else {
+        thread.join();
+    }
+}
+
+std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
+    auto dealer = std::make_unique<zmq::socket_t>(runtime->context(), zmq::socket_type::dealer);
+    dealer->set(zmq::sockopt::linger, 0);
+    dealer->set(zmq::sockopt::sndhwm, runtime->highWaterMark());
+    // Unique per process, so no two dealers of any runtime share a name.
+    dealer->set(zmq::sockopt::routing_id, "krin-dealer-" + std::to_string(++dealerCount));
+    dealer->connect(runtime->routerAddress());
+    return dealer;
+}
+
+void KrinDabo::registerPublisher(const std::string& endpoint, const std::string& identity,
+                                 std::weak_ptr<EventsHandler>& handler,
+                                 const orlo::dabo::Dabo::Properties& /*properties*/) {
+    if (endpoint.rfind("tcp://", 0) != 0) {
+        throw DaboException("Invalid endpoint '" + endpoint + "': not tcp://HOST:PORT");
+    }
+    RuntimeCommand command{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr};
+    std::future<void> done;
+    const bool waitForRegistered =
+        runtime->hooks().registeredBeforeRegisterReturns && std::this_thread::get_id() != thread.get_id();
+    if (waitForRegistered) {
+        command.registrationDone = std::make_shared<std::promise<void>>();
+        done = command.registrationDone->get_future();
+    }
+    runtime->post(std::move(command));
+    if (waitForRegistered) {
+        done.wait();
+    }
+}
+
+void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
+                                   std::weak_ptr<EventsHandler>& handler) {
+    runtime->post(
+        RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr});
+}
+
+void KrinDabo::registerSubscriber(const std::string& uri, const std::string& topicIdFrame,
+                                  std::weak_ptr<EventsHandler>& handler) {
+    const KrinTopicAddress address = parseKrinUri(uri, false, true);
+    RuntimeCommand command{
+        RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr, handler, nullptr};
+    std::future<void> done;
+    const bool waitForRegistered =
+        runtime->hooks().registeredBeforeRegisterReturns && std::this_thread::get_id() != thread.get_id();
+    if (waitForRegistered) {
+        command.registrationDone = std::make_shared<std::promise<void>>();
+        done = command.registrationDone->get_future();
+    }
+    runtime->post(std::move(command));
+    if (waitForRegistered) {
+        done.wait();
+    }
+}
+
+void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
+    runtime->post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr});
+}
+
+}  // namespace orlo::dabo::krin::detail
