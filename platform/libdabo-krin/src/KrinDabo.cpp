@@ -26,6 +26,18 @@ int highWaterMarkOf(const orlo::dabo::Dabo::Properties& properties) {
 
 std::atomic<unsigned long> dealerCount{0};
 
+/// True for a handler that was never set, as opposed to one whose owner is gone.
+bool isEmpty(const std::weak_ptr<EventsHandler>& handler) {
+    const std::weak_ptr<EventsHandler> none;
+    return !handler.owner_before(none) && !none.owner_before(handler);
+}
+
+void observeCall(const KrinDaboTestHooks& hooks, const char* operation, bool handlerEmpty) {
+    if (hooks.callObserver) {
+        hooks.callObserver(operation, handlerEmpty);
+    }
+}
+
 }  // namespace
 
 std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties) {
@@ -64,6 +76,7 @@ KrinDabo::~KrinDabo() {
 }
 
 std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
+    observeCall(runtime->hooks(), "createDealer", false);
     auto dealer = std::make_unique<zmq::socket_t>(runtime->context(), zmq::socket_type::dealer);
     dealer->set(zmq::sockopt::linger, 0);
     dealer->set(zmq::sockopt::sndhwm, runtime->highWaterMark());
@@ -76,6 +89,7 @@ std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
 void KrinDabo::registerPublisher(const std::string& endpoint, const std::string& identity,
                                  std::weak_ptr<EventsHandler>& handler,
                                  const orlo::dabo::Dabo::Properties& /*properties*/) {
+    observeCall(runtime->hooks(), "registerPublisher", isEmpty(handler));
     if (endpoint.rfind("tcp://", 0) != 0) {
         throw DaboException("Invalid endpoint '" + endpoint + "': not tcp://HOST:PORT");
     }
@@ -95,12 +109,14 @@ void KrinDabo::registerPublisher(const std::string& endpoint, const std::string&
 
 void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
                                    std::weak_ptr<EventsHandler>& handler) {
+    observeCall(runtime->hooks(), "unregisterPublisher", isEmpty(handler));
     runtime->post(
         RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr});
 }
 
 void KrinDabo::registerSubscriber(const std::string& uri, const std::string& topicIdFrame,
                                   std::weak_ptr<EventsHandler>& handler) {
+    observeCall(runtime->hooks(), "registerSubscriber", isEmpty(handler));
     const KrinTopicAddress address = parseKrinUri(uri, false, true);
     RuntimeCommand command{
         RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr, handler, nullptr};
@@ -118,6 +134,7 @@ void KrinDabo::registerSubscriber(const std::string& uri, const std::string& top
 }
 
 void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
+    observeCall(runtime->hooks(), "unregisterSubscriber", isEmpty(handler));
     runtime->post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr});
 }
 

@@ -43,6 +43,12 @@ struct KrinDaboTestHooks {
     /// Called on the runtime's thread as its last act, after every socket of
     /// the runtime is closed.
     std::function<void()> stopped;
+    /// Called on the calling thread at the start of every operation that a
+    /// publisher or subscriber calls ("createDealer", "registerPublisher",
+    /// "unregisterPublisher", "registerSubscriber", "unregisterSubscriber"),
+    /// with whether the handler given has no owner at all (never one that was
+    /// set); false for createDealer. Lets a test count the calls.
+    std::function<void(const std::string& operation, bool handlerEmpty)> callObserver;
 };
 
 }  // namespace orlo::dabo::krin::detail
