@@ -81,6 +81,19 @@ public:
         std::lock_guard<std::mutex> lock(this->queueMutex);
         this->maxEventsPerInstance = maxEvents;
     }
+    /// Registers `predicate` under an id of the test's choosing, as
+    /// subscribeAsync would with a random one.
+    void registerPredicate(const std::string& id,
+                           std::shared_ptr<orlo::dabo::ps::queue::detail::DataEventPredicate<T, ST>> predicate) {
+        std::lock_guard<std::mutex> lock(this->queueMutex);
+        this->predicates.emplace(id, std::move(predicate));
+    }
+    /// Whether the first predicate in id order is of class `P`.
+    template <typename P>
+    bool firstPredicateIs() {
+        std::lock_guard<std::mutex> lock(this->queueMutex);
+        return !this->predicates.empty() && dynamic_cast<P*>(this->predicates.begin()->second.get()) != nullptr;
+    }
     /// Waits until `count` waiting readers or subscriptions are registered.
     void awaitPredicates(std::size_t count) {
         while (predicateCount() < count) {
