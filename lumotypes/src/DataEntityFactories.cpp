@@ -1,0 +1,16 @@
+// Exported data entity factories, one per topic of the topic list: each
+// returns a new binding object in its empty form, as an untyped pointer the
+// caller owns.
+
+#include "lumotypes/Topics.h"
+#include "lumotypes/krin/LumotypesImpl.h"
+#include "lumotypes/src/LumotypesExport.h"
+
+#define LUMOTYPES_DATA_ENTITY_FACTORY(T)                                          \
+    extern "C" LUMOTYPES_EXPORT void* generated_krin_DataEntity_lumotypes_##T() { \
+        return new ::lumotypes::krin::T##Impl();                                  \
+    }
+
+LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_DATA_ENTITY_FACTORY)
+
+#undef LUMOTYPES_DATA_ENTITY_FACTORY
