@@ -28,6 +28,14 @@ struct ExportedFactory;
 LUMOTYPES_FOR_EACH_TOPIC(LUMO_TEST_FACTORY)
 #undef LUMO_TEST_FACTORY
 
+// What an entity reads as through its getters: the bytes of its clone, which
+// takes every field through them.
+template <typename ST>
+std::string readBack(const ST& entity) {
+    auto clone = entity.clone();
+    return hex(bytesOf(dynamic_cast<const ST&>(*clone)));
+}
+
 template <typename ST>
 class EntityBindingAllTopics : public ::testing::Test {};
 TYPED_TEST_SUITE(EntityBindingAllTopics, AllBindings);
@@ -36,8 +44,7 @@ TYPED_TEST(EntityBindingAllTopics, FromByteArrayOfNullAndZeroFailsAndLeavesTheEn
     TypeParam entity;
     fillGolden(entity);
     EXPECT_FALSE(entity.fromByteArray(nullptr, 0));
-    TypeParam empty;
-    EXPECT_EQ(hex(bytesOf(entity)), hex(bytesOf(empty)));
+    EXPECT_EQ(readBack(entity), readBack(TypeParam()));
 }
 
 TYPED_TEST(EntityBindingAllTopics, HasNoKeyAndKeyEqualsIsFalseEvenForItself) {
@@ -51,8 +58,9 @@ TYPED_TEST(EntityBindingAllTopics, FailedFromByteArrayLosesOldContentAndTheObjec
     TypeParam entity;
     fillGolden(entity);
     const std::string good = bytesOf(entity);
-    EXPECT_FALSE(entity.fromByteArray(good.substr(0, good.size() - 1)));
-    EXPECT_NE(hex(bytesOf(entity)), hex(good));
+    // A field number 0 is ill-formed; parsing stops there.
+    EXPECT_FALSE(entity.fromByteArray(unhex("00 01")));
+    EXPECT_EQ(readBack(entity), readBack(TypeParam()));
     EXPECT_TRUE(entity.fromByteArray(good.data(), good.size()));
     EXPECT_EQ(hex(bytesOf(entity)), hex(good));
 }
@@ -162,25 +170,36 @@ TEST(EntityBinding, SetSystemWithFourteenStoresTelNone) {
 }
 
 TEST(EntityBindingDeathTest, SetSystemOutsideTheEnumerationEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     lumotypes::krin::InterfaceControlArgsImpl args;
     EXPECT_DEATH(args.setSystem(static_cast<lumotypes::TelescopeSystem>(15)),
                  "::generated::krin::lumotypes::TelescopeSystem_IsValid\\(value\\)");
 }
 
 TEST(EntityBindingDeathTest, EveryEnumerationSetterAssertsItsWireEnumeration) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     lumotypes::krin::InterfaceControlArgsImpl args;
     lumotypes::krin::DummyImpl dummy;
     lumotypes::krin::LumoModeImpl mode;
     EXPECT_DEATH(args.setSystem(static_cast<lumotypes::TelescopeSystem>(-1)),
-                 "::generated::krin::lumotypes::TelescopeSystem_IsValid\\(value\\).*"
-                 "InterfaceControlArgs::_internal_set_system");
+                 "void generated::krin::lumotypes::InterfaceControlArgs::_internal_set_system\\("
+                 "generated::krin::lumotypes::TelescopeSystem\\).*"
+                 "::generated::krin::lumotypes::TelescopeSystem_IsValid\\(value\\)");
     EXPECT_DEATH(args.setDirection(static_cast<lumotypes::DataFlow>(4)),
+                 "void generated::krin::lumotypes::InterfaceControlArgs::_internal_set_direction\\("
+                 "generated::krin::lumotypes::DataFlow\\).*"
                  "::generated::krin::lumotypes::DataFlow_IsValid\\(value\\)");
     EXPECT_DEATH(dummy.setDummy_param(static_cast<lumotypes::TelescopeSystem>(15)),
+                 "void generated::krin::lumotypes::Dummy::_internal_set_dummy_param\\("
+                 "generated::krin::lumotypes::TelescopeSystem\\).*"
                  "::generated::krin::lumotypes::TelescopeSystem_IsValid\\(value\\)");
     EXPECT_DEATH(mode.setControlMode(static_cast<lumotypes::CtrlMode>(6)),
+                 "void generated::krin::lumotypes::LumoMode::_internal_set_controlmode\\("
+                 "generated::krin::lumotypes::CtrlMode\\).*"
                  "::generated::krin::lumotypes::CtrlMode_IsValid\\(value\\)");
     EXPECT_DEATH(mode.setActiveCameraFs(static_cast<lumotypes::Camera>(9)),
+                 "void generated::krin::lumotypes::LumoMode::_internal_set_activecamerafs\\("
+                 "generated::krin::lumotypes::Camera\\).*"
                  "::generated::krin::lumotypes::Camera_IsValid\\(value\\)");
 }
 

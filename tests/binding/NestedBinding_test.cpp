@@ -138,11 +138,13 @@ TEST(NestedBinding, SettingASensorToAnEmptyVectorEmptiesIt) {
 }
 
 TEST(NestedBindingDeathTest, SettingASensorWithANullElementEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     SimCentErrorsImpl errors;
     EXPECT_DEATH(errors.setWfs_gp1_err({centError(1, 1, 1, false), nullptr}), "_M_get\\(\\) != nullptr");
 }
 
 TEST(NestedBindingDeathTest, SettingAnImagerToNullEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     SimCentErrorsImpl errors;
     EXPECT_DEATH(errors.setImg_gp1_err(nullptr), "_M_get\\(\\) != nullptr");
     EXPECT_DEATH(errors.setImg_gp2_err(nullptr), "_M_get\\(\\) != nullptr");

@@ -70,6 +70,7 @@ TEST(SharedVector, FreezingAVectorWithAnotherOwnerThrows) {
 }
 
 TEST(SharedVectorDeathTest, CountAboveTotalEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     std::shared_ptr<float> storage(new float[3], std::default_delete<float[]>());
     EXPECT_DEATH(shared_vector<float>(storage, 0, 4, 3),
                  "void orlo::dabo::detail::shared_vector_base<E>::_null_input\\(\\) \\[with E = float\\].*"
