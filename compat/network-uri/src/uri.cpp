@@ -62,8 +62,11 @@ bool uri::parse(std::error_code& ec) {
         ec = make_error_code(uri_error::invalid_syntax);
         return false;
     }
-    const auto take = [first](const UriTextRangeA& range, part& into) {
-        if (range.first != nullptr) {
+    // uriparser may point an empty component at a constant outside the text;
+    // only ranges within the text are components.
+    const auto take = [first, afterLast](const UriTextRangeA& range, part& into) {
+        if (range.first != nullptr && range.first >= first && range.afterLast <= afterLast &&
+            range.first <= range.afterLast) {
             into.present = true;
             into.offset = static_cast<size_type>(range.first - first);
             into.length = static_cast<size_type>(range.afterLast - range.first);
@@ -77,7 +80,8 @@ bool uri::parse(std::error_code& ec) {
     take(parsed.value.fragment, fragment_);
 
     // An IP literal keeps its brackets in the host text.
-    if (host_.present && host_.offset > 0 && text_[host_.offset - 1] == '[') {
+    if (host_.present && host_.offset > 0 && host_.offset + host_.length < text_.size() &&
+        text_[host_.offset - 1] == '[') {
         host_.offset -= 1;
         host_.length += 2;
     }
