@@ -23,11 +23,19 @@
 #include "dabo/krin/detail/ps/createDataEntity.h"
 #include "dabo/krin/detail/ps/instancePublisher.h"
 #include "dabo/util/DaboUtil.h"
+#include "dabo/ps/DataEvent.h"
+#include "dabo/ps/DataEventFilter.h"
+#include "dabo/ps/Subscriber.h"
 #include "dabo/util/Tracing.h"
 #include "krin.pb.h"
 #include "lumotypes/Lumotypes.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 #include "publisherTestSupport.h"
+
+extern "C" orlo::dabo::ps::Subscriber<lumotypes::RefPos>* generated_krin_Subscriber_lumotypes_RefPos(
+    const std::string& uri, const std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>& qos,
+    const orlo::dabo::Dabo::Properties& properties,
+    const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& dabo);
 
 namespace {
 
@@ -260,6 +268,25 @@ TEST_F(WireTest, TracingPublishersSamplesParseForAReaderThatIgnoresTracing) {
     EXPECT_EQ(header.sourcetimestamp(), 3.5);
     EXPECT_EQ(header.dataentitytypehash(), 0x67C91967u);
     EXPECT_EQ(payloadOf(frames).refposy(), 9u);
+}
+
+TEST_F(WireTest, TracingPublishersSamplesReachThePluginsSubscriberWithoutTracing) {
+    std::unique_ptr<orlo::dabo::ps::Subscriber<lumotypes::RefPos>> subscriber(
+        generated_krin_Subscriber_lumotypes_RefPos(uri, {}, {}, dabo));
+    publisher->switchTracingOn();
+    const orlo::dabo::ps::DataEventFilter<lumotypes::RefPos> anyEvent;
+    std::vector<std::shared_ptr<orlo::dabo::ps::DataEvent<lumotypes::RefPos>>> events;
+    // The subscriber joins asynchronously too: send until one arrives.
+    for (int attempt = 0; attempt < 200 && events.empty(); ++attempt) {
+        publisher->publish(6.5, *refPos(21, 22), 100ms);
+        subscriber->readDataEvents(anyEvent, events, 1, 50ms);
+    }
+    ASSERT_EQ(events.size(), 1u);
+    ASSERT_TRUE(events.front()->hasValidData());
+    EXPECT_EQ(events.front()->getData()->getRefPosX(), 21u);
+    EXPECT_EQ(events.front()->getData()->getRefPosY(), 22u);
+    EXPECT_EQ(events.front()->getSourceTimestamp(), 6.5);
+    subscriber->close();
 }
 
 /// Records what the publisher asks of the tracing API.
