@@ -1,0 +1,288 @@
+// Frame benchmark: how many three-frame samples (1 KiB payload) per second the
+// transport runtime carries from one process to another over TCP loopback,
+// against a baseline measured in the same run: plain ZeroMQ PUB->SUB of the
+// same frames, without the runtime's dealer->router hop and event dispatch.
+//
+//   bench_frames [--samples N] [--rounds R]
+//
+// Each round runs both variants; the receiving side is a child process that
+// times from the first sample to the end marker. Reported: the median rate
+// of each variant and their ratio.
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+#include <zmq.hpp>
+
+#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinHelpers.h"
+#include "dabo/util/DaboUtil.h"
+
+namespace {
+
+using namespace orlo::dabo::krin::detail;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t payloadSize = 1024;
+const char* const endMarker = "end";
+// No high-water mark anywhere: the benchmark measures throughput, not drops.
+const orlo::dabo::Dabo::Properties unlimited{{"krin.runtime.highWaterMark", "0"}};
+
+std::string topicFrame() {
+    return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash("/bench")));
+}
+
+unsigned int freePort() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+void sendSamples(zmq::socket_t& socket, unsigned long samples) {
+    const std::string frame = topicFrame();
+    const std::string payload(payloadSize, 'p');
+    for (unsigned long i = 0; i <= samples; ++i) {
+        const std::string header = i < samples ? std::to_string(i) : endMarker;
+        socket.send(zmq::buffer(frame), zmq::send_flags::sndmore);
+        socket.send(zmq::buffer(header), zmq::send_flags::sndmore);
+        socket.send(zmq::buffer(payload), zmq::send_flags::none);
+    }
+}
+
+/// Counts samples and times them from the first to the end marker.
+struct Tally {
+    unsigned long received = 0;
+    Clock::time_point first;
+    Clock::time_point last;
+    bool done = false;
+
+    // Returns true once the end marker is in.
+    bool take(const std::string& header) {
+        if (received == 0) {
+            first = Clock::now();
+        }
+        if (header == endMarker) {
+            last = Clock::now();
+            done = true;
+            return true;
+        }
+        ++received;
+        return false;
+    }
+    void report() const {
+        std::cout << received << " " << std::chrono::duration_cast<std::chrono::nanoseconds>(last - first).count()
+                  << std::endl;
+    }
+};
+
+// ---- receiving side (child process) ----
+
+int receiveBaseline(unsigned int port) {
+    zmq::context_t context;
+    zmq::socket_t sub(context, zmq::socket_type::sub);
+    sub.set(zmq::sockopt::rcvhwm, 0);
+    sub.set(zmq::sockopt::subscribe, topicFrame());
+    sub.connect("tcp://127.0.0.1:" + std::to_string(port));
+    Tally tally;
+    while (!tally.done) {
+        zmq::message_t topic, header, payload;
+        (void)sub.recv(topic);
+        (void)sub.recv(header);
+        (void)sub.recv(payload);
+        tally.take(header.to_string());
+    }
+    tally.report();
+    return 0;
+}
+
+class CountingSubscriber : public EventsHandler {
+public:
+    bool events(std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event) override {
+        if (event != POLLER_READABLE) {
+            return true;
+        }
+        readFrame(*socket);
+        requireMoreFrames(*socket);
+        const std::string header = readFrame(*socket);
+        requireMoreFrames(*socket);
+        zmq::message_t payload;
+        (void)socket->recv(payload, zmq::recv_flags::dontwait);
+        if (tally.take(header)) {
+            std::lock_guard<std::mutex> lock(mutex);
+            finished.notify_all();
+        }
+        return true;
+    }
+    void waitForEnd() {
+        std::unique_lock<std::mutex> lock(mutex);
+        finished.wait(lock, [this] { return tally.done; });
+    }
+    Tally tally;
+
+private:
+    std::mutex mutex;
+    std::condition_variable finished;
+};
+
+int receiveThroughRuntime(unsigned int port) {
+    auto dabo = KrinDabo::create(unlimited);
+    auto subscriber = std::make_shared<CountingSubscriber>();
+    std::weak_ptr<EventsHandler> handler = subscriber;
+    dabo->registerSubscriber("krin.ps://127.0.0.1:" + std::to_string(port) + "/bench", topicFrame(), handler);
+    subscriber->waitForEnd();
+    subscriber->tally.report();
+    return 0;
+}
+
+// ---- sending side (this process) ----
+
+/// Starts the receiving child; returns its pid and the read end of its output.
+std::pair<pid_t, FILE*> startReceiver(const char* self, const std::string& mode, unsigned int port) {
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
+        std::perror("pipe");
+        std::exit(1);
+    }
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(pipeFds[1], STDOUT_FILENO);
+        const std::string portText = std::to_string(port);
+        ::execl(self, self, "--receive", mode.c_str(), portText.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::close(pipeFds[1]);
+    return {pid, ::fdopen(pipeFds[0], "r")};
+}
+
+double finishReceiver(std::pair<pid_t, FILE*> receiver) {
+    unsigned long received = 0;
+    long long nanos = 0;
+    if (std::fscanf(receiver.second, "%lu %lld", &received, &nanos) != 2 || nanos <= 0) {
+        std::cerr << "receiver reported nothing" << std::endl;
+        std::exit(1);
+    }
+    std::fclose(receiver.second);
+    ::waitpid(receiver.first, nullptr, 0);
+    return static_cast<double>(received) * 1e9 / static_cast<double>(nanos);
+}
+
+double runBaseline(const char* self, unsigned long samples) {
+    const unsigned int port = freePort();
+    zmq::context_t context;
+    zmq::socket_t xpub(context, zmq::socket_type::xpub);
+    xpub.set(zmq::sockopt::sndhwm, 0);
+    xpub.bind("tcp://127.0.0.1:" + std::to_string(port));
+    auto receiver = startReceiver(self, "baseline", port);
+    zmq::message_t subscription;
+    (void)xpub.recv(subscription);  // the receiver has joined
+    sendSamples(xpub, samples);
+    const double rate = finishReceiver(receiver);
+    return rate;
+}
+
+class Registration : public EventsHandler {
+public:
+    bool events(std::shared_ptr<zmq::socket_t>&, KrinDaboEvent event) override {
+        if (event == REGISTERED) {
+            std::lock_guard<std::mutex> lock(mutex);
+            registered = true;
+            changed.notify_all();
+        }
+        return true;
+    }
+    void wait() {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [this] { return registered; });
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool registered = false;
+};
+
+double runThroughRuntime(const char* self, unsigned long samples) {
+    const unsigned int port = freePort();
+    std::mutex mutex;
+    std::condition_variable joined;
+    bool subscribed = false;
+    KrinDaboTestHooks hooks;
+    hooks.subscriptionObserver = [&](const std::string&, bool isSubscription, const std::string&) {
+        std::lock_guard<std::mutex> lock(mutex);
+        subscribed = subscribed || isSubscription;
+        joined.notify_all();
+    };
+    auto dabo = KrinDabo::create(unlimited, hooks);
+    auto dealer = dabo->createDealer();
+    auto registration = std::make_shared<Registration>();
+    std::weak_ptr<EventsHandler> handler = registration;
+    dabo->registerPublisher("tcp://127.0.0.1:" + std::to_string(port), getSocketIdentity(*dealer), handler, {});
+    registration->wait();
+    auto receiver = startReceiver(self, "runtime", port);
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        joined.wait(lock, [&] { return subscribed; });
+    }
+    sendSamples(*dealer, samples);
+    const double rate = finishReceiver(receiver);
+    dealer.reset();
+    return rate;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 4 && std::string(argv[1]) == "--receive") {
+        const unsigned int port = static_cast<unsigned int>(std::stoul(argv[3]));
+        return std::string(argv[2]) == "baseline" ? receiveBaseline(port) : receiveThroughRuntime(port);
+    }
+    unsigned long samples = 200000;
+    int rounds = 3;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const std::string option(argv[i]);
+        if (option == "--samples") {
+            samples = std::stoul(argv[i + 1]);
+        } else if (option == "--rounds") {
+            rounds = std::stoi(argv[i + 1]);
+        }
+    }
+    std::vector<double> baseline;
+    std::vector<double> runtime;
+    for (int round = 0; round < rounds; ++round) {
+        baseline.push_back(runBaseline(argv[0], samples));
+        runtime.push_back(runThroughRuntime(argv[0], samples));
+    }
+    const double baselineRate = median(baseline);
+    const double runtimeRate = median(runtime);
+    std::printf("bench_frames: 3 frames per sample, %zu B payload, %lu samples, %d rounds, two processes, TCP loopback\n",
+                payloadSize, samples, rounds);
+    std::printf("  baseline  ZeroMQ PUB->SUB without the runtime : %12.0f samples/s (1.00)\n", baselineRate);
+    std::printf("  runtime   dealer->ROUTER->XPUB->SUB + events  : %12.0f samples/s (%.2f of baseline)\n", runtimeRate,
+                runtimeRate / baselineRate);
+    return 0;
+}
