@@ -386,6 +386,14 @@ void KrinRuntime::forwardFromDealers() {
                                        : zmq::send_flags::dontwait);
             }
         }
+        if (xpub == nullptr) {
+            if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
+                LOG4CPLUS_TRACE(logger, "Dropped a message of unregistered dealer " << routing.to_string());
+            }
+            if (testHooks.messageDropped) {
+                testHooks.messageDropped(routing.to_string());
+            }
+        }
     }
 }
 

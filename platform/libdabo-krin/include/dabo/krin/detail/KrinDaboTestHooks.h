@@ -40,6 +40,9 @@ struct KrinDaboTestHooks {
     /// bound endpoint sees: `subscribed` false for an unsubscription, `filter`
     /// the topic frame. Lets a publishing test wait until a subscriber has joined.
     std::function<void(const std::string& endpoint, bool subscribed, const std::string& filter)> subscriptionObserver;
+    /// Called on the runtime's thread for every message it drops because the
+    /// dealer `identity` that sent it is not registered.
+    std::function<void(const std::string& identity)> messageDropped;
     /// Called on the runtime's thread as its last act, after every socket of
     /// the runtime is closed.
     std::function<void()> stopped;
