@@ -217,7 +217,8 @@ TEST_F(InstancePublisherTest, DestroyingAnInstancePublisherRemovesItFromTheList)
 
 TEST_F(InstancePublisherTest, DestroyingTheInstancePublisherThatHoldsTheLastReferenceDestroysThePublisher) {
     auto listedAtDeath = std::make_shared<int>(-1);
-    auto owner = std::make_shared<DeathReportingPublisher>(freshTopicUri(), dabo, listedAtDeath);
+    auto settledRuntime = recordedRuntime(calls, lumo::test::settledRegistration());
+    auto owner = std::make_shared<DeathReportingPublisher>(freshTopicUri(), settledRuntime, listedAtDeath);
     owner->init();
     auto instancePublisher = instancePublisherOf(owner, 1);
     owner.reset();

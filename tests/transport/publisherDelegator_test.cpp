@@ -104,7 +104,7 @@ TEST_F(PublisherDelegatorTest, DeletingWithoutCloseUnregistersWithAnEmptyHandler
     KrinDaboTestHooks hooks;
     // A wait for the event would last the whole event time-out here.
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = recordedRuntime(calls, hooks);
+    auto dabo = recordedRuntime(calls, lumo::test::settledRegistration(hooks));
     auto publisher = makePublisher(dabo);
     auto deletion = std::async(std::launch::async, [&publisher] { publisher.reset(); });
     ASSERT_EQ(deletion.wait_for(2500ms), std::future_status::ready);
@@ -146,7 +146,7 @@ TEST_F(PublisherDelegatorTest, CreateDataEntityAfterCloseIsRefusedAsEntityClosed
 }
 
 TEST_F(PublisherDelegatorTest, InstancePublisherGoesOnPublishingAfterTheDelegatorIsDeleted) {
-    auto dabo = recordedRuntime(calls);
+    auto dabo = recordedRuntime(calls, lumo::test::settledRegistration());
     auto publisher = makePublisher(dabo);
     auto sample = publisher->createDataEntity();
     fill(*sample);
@@ -163,7 +163,10 @@ TEST_F(PublisherDelegatorTest, InstancePublisherGoesOnPublishingAfterTheDelegato
 }
 
 TEST_F(PublisherDelegatorTest, CreateInstancePublisherOnAClosedPublisherIsRefusedAndMakesNothing) {
-    auto dabo = recordedRuntime(calls);
+    std::promise<void> runtimeStopped;
+    KrinDaboTestHooks hooks;
+    hooks.stopped = [&runtimeStopped] { runtimeStopped.set_value(); };
+    auto dabo = recordedRuntime(calls, hooks);
     auto publisher = makePublisher(dabo);
     auto sample = publisher->createDataEntity();
     fill(*sample);
@@ -176,9 +179,11 @@ TEST_F(PublisherDelegatorTest, CreateInstancePublisherOnAClosedPublisherIsRefuse
         EXPECT_STREQ(e.what(), "Entity closed");
     }
     EXPECT_EQ(log.errors(), std::vector<std::string>{"Entity closed"});
-    // No instance publisher keeps the publisher alive: deleting the delegator frees it.
+    // No instance publisher keeps the publisher alive: once the delegator is
+    // deleted nothing holds the runtime any more, so it stops.
     publisher.reset();
-    EXPECT_EQ(dabo.use_count(), 1);
+    dabo.reset();
+    EXPECT_EQ(runtimeStopped.get_future().wait_for(10s), std::future_status::ready);
 }
 
 TEST_F(PublisherDelegatorTest, DelegatorPassesBothPublishesOn) {

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -101,24 +102,39 @@ inline std::shared_ptr<KrinDabo> recordedRuntime(const std::shared_ptr<RuntimeCa
     return KrinDabo::create({}, hooks);
 }
 
+/// Hooks under which registerPublisher returns only once the runtime's thread
+/// has finished delivering REGISTERED. That thread holds a publisher only
+/// while it delivers an event to it, so afterwards a test that drops the last
+/// reference sees the destructor run on its own thread, not the runtime's.
+inline KrinDaboTestHooks settledRegistration(KrinDaboTestHooks hooks = {}) {
+    hooks.registeredBeforeRegisterReturns = true;
+    return hooks;
+}
+
 /// A TCP port on the loopback interface that nobody listens on right now.
 inline int freeLoopbackPort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (fd < 0) {
-        throw std::runtime_error("no socket for a port probe");
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
-    socklen_t length = sizeof(address);
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    // Below the kernel's ephemeral range (32768 and up): a socket that
+    // connects somewhere may be handed an ephemeral port as its own, and then
+    // a publisher could no longer bind it.
+    static std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> candidates(20000, 32000);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const int port = candidates(random);
+        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        if (fd < 0) {
+            break;
+        }
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        const bool free = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
         ::close(fd);
-        throw std::runtime_error("no free port");
+        if (free) {
+            return port;
+        }
     }
-    ::close(fd);
-    return ntohs(address.sin_port);
+    throw std::runtime_error("no free port");
 }
 
 /// A topic URI on a port of its own.

@@ -257,7 +257,7 @@ TEST_F(PublisherLifecycleTest, DestroyingAnOpenPublisherUnregistersOnceWithAnEmp
     KrinDaboTestHooks hooks;
     // A destructor that waited would sit out the whole event time-out here.
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = recordedRuntime(calls, hooks);
+    auto dabo = recordedRuntime(calls, lumo::test::settledRegistration(hooks));
     auto publisher = makeInitializedPublisher(dabo);
     auto destruction = std::async(std::launch::async, [&publisher] { publisher.reset(); });
     ASSERT_EQ(destruction.wait_for(2500ms), std::future_status::ready);
@@ -270,7 +270,7 @@ TEST_F(PublisherLifecycleTest, DestroyingAPublisherClosesItsDealer) {
     std::promise<void> runtimeStopped;
     KrinDaboTestHooks hooks;
     hooks.stopped = [&runtimeStopped] { runtimeStopped.set_value(); };
-    auto dabo = recordedRuntime(calls, hooks);
+    auto dabo = recordedRuntime(calls, lumo::test::settledRegistration(hooks));
     makeInitializedPublisher(dabo).reset();
     // The runtime terminates its context when it goes, which ZeroMQ allows
     // only once every socket of that context, the dealer included, is closed.
