@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "EngineTestSupport.h"
 
 using namespace orlo::dabo::ps;
@@ -110,4 +113,27 @@ TEST(DataEventImplTest, RemovingAnUnkeyedEventFromItsInstanceQueueChangesNothing
     event.removeFromInstanceQueue();
     // No queue to follow and nothing frozen: the fallback answer stays.
     EXPECT_EQ(INSTANCE_NOT_ALIVE, event.getInstanceState());
+}
+
+TEST(DataEventImplTest, StateReadWhileNewWritersArriveNeverReportsALiveInstanceAsNotAlive) {
+    auto core = SensorCore::make();
+    core->newData(sensor(7, 1.0), at(kNow), 1, kNow);
+    auto taken = takeAll(*core);
+    ASSERT_EQ(1u, taken.size());
+    auto event = taken.front();
+
+    std::atomic<bool> delivered(false);
+    std::thread delivery([&] {
+        for (long generation = 1; generation <= 2000; ++generation) {
+            core->newData(sensor(7, 1.0), at(kNow), generation, kNow);
+        }
+        delivered = true;
+    });
+    int notAlive = 0;
+    while (!delivered) {
+        notAlive += event->getInstanceState() == INSTANCE_NOT_ALIVE ? 1 : 0;
+    }
+    delivery.join();
+    EXPECT_EQ(0, notAlive);
+    EXPECT_EQ(INSTANCE_ALIVE, event->getInstanceState());
 }
