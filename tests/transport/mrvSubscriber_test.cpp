@@ -184,6 +184,8 @@ TEST(KrinMrvSubscriberTest, ReadableAfterCloseIsIgnoredWithAWarning) {
 
 TEST(KrinMrvSubscriberTest, SamplesArrivingWhileCloseWaitsAreStoredAndReadableUntilCloseEnds) {
     WirePeer peer;
+    // Declared before the subscriber, which shares its socket: the socket must close before its context.
+    lumo::test::PeerSocket socket(peer);
     KrinDaboTestHooks hooks;
     // close waits for a confirmation that never comes: its time-out is the window.
     hooks.unregistered = EventDelivery::withheld();
@@ -194,27 +196,13 @@ TEST(KrinMrvSubscriberTest, SamplesArrivingWhileCloseWaitsAreStoredAndReadableUn
     subscriber->init();
 
     // From here the test plays the runtime's thread, with a socket of its own that the peer feeds.
-    zmq::context_t context(1);
-    auto socket = std::make_shared<zmq::socket_t>(context, zmq::socket_type::sub);
-    socket->set(zmq::sockopt::linger, 0);
-    socket->set(zmq::sockopt::subscribe, "");
-    socket->connect("tcp://127.0.0.1:" + peer.uri("").substr(std::string("krin.ps://127.0.0.1:").size()));
-    zmq::pollitem_t item{static_cast<void*>(*socket), 0, ZMQ_POLLIN, 0};
-    bool joined = false;
-    for (int attempt = 0; attempt < 100 && !joined; ++attempt) {
-        peer.send({"probe"});
-        joined = zmq::poll(&item, 1, 100ms) > 0;
-    }
-    ASSERT_TRUE(joined);
-    zmq::message_t frame;
-    while (socket->recv(frame, zmq::recv_flags::dontwait)) {
-    }
-    subscriber->events(socket, REGISTERED);
+    ASSERT_TRUE(socket.joined);
+    subscriber->events(socket.socket, REGISTERED);
 
     auto closing = std::async(std::launch::async, [subscriber] { subscriber->close(); });
     peer.send(lumo::test::goodRefPosMessage(topicPath, 31));
-    ASSERT_GT(zmq::poll(&item, 1, 10s), 0);
-    subscriber->events(socket, POLLER_READABLE);
+    ASSERT_TRUE(socket.awaitReadable());
+    subscriber->events(socket.socket, POLLER_READABLE);
     ASSERT_NE(closing.wait_for(0ms), std::future_status::ready) << "close did not wait";
     const auto stored = subscriber->readMostRecent(0ms);
     ASSERT_EQ(stored.size(), 1u);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 #include <zmq.hpp>
@@ -36,10 +38,49 @@ public:
         }
     }
 
+    /// The peer's endpoint for a connecting socket.
+    std::string endpoint() const { return "tcp://127.0.0.1:" + port; }
+
 private:
     zmq::context_t context;
     zmq::socket_t socket;
     std::string port;
+};
+
+/// A SUB socket of the test's own, connected to a peer, for tests that play
+/// the runtime's thread themselves and hand the socket to a subscriber.
+class PeerSocket {
+public:
+    explicit PeerSocket(WirePeer& peer) : context(1), socket(std::make_shared<zmq::socket_t>(context, zmq::socket_type::sub)) {
+        socket->set(zmq::sockopt::linger, 0);
+        socket->set(zmq::sockopt::subscribe, "");
+        socket->connect(peer.endpoint());
+        // Probe until the subscription has reached the peer, then drop the probes.
+        for (int attempt = 0; attempt < 100 && !joined; ++attempt) {
+            peer.send({"probe"});
+            joined = awaitReadable(std::chrono::milliseconds(100));
+        }
+        drain();
+    }
+
+    bool awaitReadable(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        zmq::pollitem_t item{static_cast<void*>(*socket), 0, ZMQ_POLLIN, 0};
+        return zmq::poll(&item, 1, limit) > 0;
+    }
+
+    /// Every frame readable now.
+    std::vector<std::string> drain() {
+        std::vector<std::string> frames;
+        zmq::message_t frame;
+        while (socket->recv(frame, zmq::recv_flags::dontwait)) {
+            frames.push_back(frame.to_string());
+        }
+        return frames;
+    }
+
+    zmq::context_t context;
+    std::shared_ptr<zmq::socket_t> socket;
+    bool joined = false;
 };
 
 /// The first frame of every message of `topicPath`, as both ends compute it.
