@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -51,18 +52,26 @@ const lumo::e2e::Plugin& plugin() {
     return loaded;
 }
 
-/// A loopback port that nothing listens on right now.
+/// A loopback port that nothing listens on right now, below the ephemeral
+/// range: the subscribers connect before the publisher binds, and a port that
+/// the kernel may hand out as a connection's own source port could be taken.
 std::string freePort() {
-    const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
-    socklen_t length = sizeof(address);
-    ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-    ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(probe);
-    return std::to_string(ntohs(address.sin_port));
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> ports(20000, 32000);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const int port = ports(random);
+        const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        const bool free = ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+        ::close(probe);
+        if (free) {
+            return std::to_string(port);
+        }
+    }
+    return "29995";
 }
 
 std::string topicUri(const std::string& port, const std::string& topic) {

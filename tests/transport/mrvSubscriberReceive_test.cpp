@@ -252,7 +252,7 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(socket.joined);
         subscriber = std::make_shared<KrinMrvSubscriber<lumotypes::RefPos, lumotypes::krin::RefPosImpl>>(
-            "krin.ps://127.0.0.1:45996" + topicPath, orlo::dabo::krin::detail::ps::QoSList{},
+            "krin.ps://127.0.0.1:29996" + topicPath, orlo::dabo::krin::detail::ps::QoSList{},
             orlo::dabo::Dabo::Properties{}, dabo);
         subscriber->init();
         subscriber->events(socket.socket, orlo::dabo::krin::detail::REGISTERED);

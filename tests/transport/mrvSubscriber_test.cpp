@@ -82,7 +82,7 @@ private:
     std::vector<std::pair<std::string, bool>> calls;
 };
 
-std::string quietUri(const std::string& topicPath) { return "krin.ps://127.0.0.1:45998" + topicPath; }
+std::string quietUri(const std::string& topicPath) { return "krin.ps://127.0.0.1:29998" + topicPath; }
 
 template <typename Exception, typename Call>
 std::string messageOf(Call call) {
@@ -213,7 +213,7 @@ TEST(KrinMrvSubscriberTest, SamplesArrivingWhileCloseWaitsAreStoredAndReadableUn
 }
 
 TEST(KrinMrvSubscriberTest, FactoryWithUriOfAnotherProfileThrowsBeforeAnyRuntimeCall) {
-    EXPECT_THROW(generated_krin_MrvSubscriber_lumotypes_RefPos("http://127.0.0.1:45998/mrv/foreign", QoSList{},
+    EXPECT_THROW(generated_krin_MrvSubscriber_lumotypes_RefPos("http://127.0.0.1:29998/mrv/foreign", QoSList{},
                                                                orlo::dabo::Dabo::Properties{}, nullptr),
                  DaboException);
 }

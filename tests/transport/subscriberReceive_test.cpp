@@ -273,7 +273,7 @@ protected:
         ASSERT_TRUE(socket.joined);
         // Registered with the real runtime at a quiet endpoint, then handed the test's socket.
         subscriber = std::make_shared<KrinSubscriber<lumotypes::RefPos, lumotypes::krin::RefPosImpl>>(
-            "krin.ps://127.0.0.1:45997" + topicPath, orlo::dabo::krin::detail::ps::QoSList{},
+            "krin.ps://127.0.0.1:29997" + topicPath, orlo::dabo::krin::detail::ps::QoSList{},
             orlo::dabo::Dabo::Properties{}, dabo);
         subscriber->init();
         subscriber->events(socket.socket, orlo::dabo::krin::detail::REGISTERED);

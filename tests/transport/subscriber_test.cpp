@@ -107,7 +107,7 @@ private:
 };
 
 /// A URI whose endpoint nobody serves: connecting to it costs nothing.
-std::string quietUri(const std::string& topicPath) { return "krin.ps://127.0.0.1:45999" + topicPath; }
+std::string quietUri(const std::string& topicPath) { return "krin.ps://127.0.0.1:29999" + topicPath; }
 
 std::vector<std::string> linesStartingWith(const std::vector<std::string>& lines, const std::string& prefix) {
     std::vector<std::string> result;
@@ -330,10 +330,10 @@ TEST(KrinSubscriberTest, UriOfAnotherProfileIsRefusedBeforeAnyRuntimeCall) {
     // No runtime at all: any call into it would crash the test.
     EXPECT_EQ(messageOf<DaboException>([] {
                   ObservedSubscriber(
-                      "http://127.0.0.1:45999/life/foreign", QoSList{}, orlo::dabo::Dabo::Properties{}, nullptr);
+                      "http://127.0.0.1:29999/life/foreign", QoSList{}, orlo::dabo::Dabo::Properties{}, nullptr);
               }),
-              "Uri http://127.0.0.1:45999/life/foreign is not Krin PubSub profile");
-    EXPECT_EQ(log.errors(), std::vector<std::string>{"Uri http://127.0.0.1:45999/life/foreign is not Krin PubSub profile"});
+              "Uri http://127.0.0.1:29999/life/foreign is not Krin PubSub profile");
+    EXPECT_EQ(log.errors(), std::vector<std::string>{"Uri http://127.0.0.1:29999/life/foreign is not Krin PubSub profile"});
 }
 
 TEST(KrinSubscriberTest, UriThatTheRuntimeRefusesPassesItsExceptionThrough) {
@@ -418,7 +418,7 @@ TEST_F(ReadableOutsideInitializedTest, ReadableAfterCloseIsIgnoredWithAWarning) 
 
 TEST(KrinSubscriberFactoryTest, UriOfAnotherProfileThrowsBeforeAnyRuntimeCall) {
     // A null runtime: a call into it would crash.
-    EXPECT_THROW(generated_krin_Subscriber_lumotypes_RefPos("tcp://127.0.0.1:45999/factory/foreign", QoSList{},
+    EXPECT_THROW(generated_krin_Subscriber_lumotypes_RefPos("tcp://127.0.0.1:29999/factory/foreign", QoSList{},
                                                             orlo::dabo::Dabo::Properties{}, nullptr),
                  DaboException);
 }
