@@ -38,10 +38,6 @@ std::string dummyPayload() {
     return message.SerializeAsString();
 }
 
-/// The runtime's word for frames that a handler left in the socket, which it
-/// then drops: seeing it proves that the subscriber left them there.
-const std::string leftoverWarning = "Event handler left part of a message unread; dropping the rest";
-
 /// A RefPos most-recent-value subscriber of the real runtime whose URI points at the peer.
 class MrvSubscriberReceiveTest : public ::testing::Test {
 protected:
@@ -130,7 +126,9 @@ TEST_F(MrvSubscriberReceiveTest, TopicFrameMismatchIsSilentAndLeavesTheRestOfThe
     lumo::test::CaptureLog log("vexa.dabo.krin.subscriber");
     lumo::test::CaptureLog runtimeLog("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string foreignFrame = topicFrame + "X";
-    peer.send({foreignFrame, headerFrame(refPosTypeHash, nowAsSourceTimestamp()), refPosPayload(77)});
+    const std::string header = headerFrame(refPosTypeHash, nowAsSourceTimestamp());
+    const std::string payload = refPosPayload(77);
+    peer.send({foreignFrame, header, payload});
     const auto sizeBefore = storedBefore;
     EXPECT_TRUE(storedBesidesNextGoodMessage().empty());
     EXPECT_EQ(storedBefore, sizeBefore + 1);
@@ -144,10 +142,13 @@ TEST_F(MrvSubscriberReceiveTest, TopicFrameMismatchIsSilentAndLeavesTheRestOfThe
             topicFrameTraces.push_back(line);
         }
     }
+    // Header and payload stayed in the socket and were read, silently, as
+    // topic frames by the next events before the good message came.
     EXPECT_EQ(topicFrameTraces, (std::vector<std::string>{"Subscriber Topic frame:" + hexStr(foreignFrame),
+                                                          "Subscriber Topic frame:" + hexStr(header),
+                                                          "Subscriber Topic frame:" + hexStr(payload),
                                                           "Subscriber Topic frame:" + hexStr(topicFrame)}));
-    // The subscriber left header and payload in the socket; this runtime drops such rests.
-    EXPECT_EQ(runtimeLog.warnings(), std::vector<std::string>{leftoverWarning});
+    EXPECT_TRUE(runtimeLog.warnings().empty());
 }
 
 TEST_F(MrvSubscriberReceiveTest, HeaderThatDoesNotParseIsReportedAndItsPayloadDiscarded) {
@@ -210,8 +211,10 @@ TEST_F(MrvSubscriberReceiveTest, FourFrameMessageIsStoredAndItsFourthFrameLeftIn
     lumo::test::CaptureLog runtimeLog("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     peer.send({topicFrame, headerFrame(refPosTypeHash, nowAsSourceTimestamp()), refPosPayload(55), "surplus"});
     EXPECT_EQ(storedBesidesNextGoodMessage(), std::vector<std::uint32_t>{55});
+    // The surplus frame was read next as a topic frame: silently, in this subscriber.
     EXPECT_TRUE(log.errors().empty());
-    EXPECT_EQ(runtimeLog.warnings(), std::vector<std::string>{leftoverWarning});
+    EXPECT_TRUE(log.warnings().empty());
+    EXPECT_TRUE(runtimeLog.warnings().empty());
 }
 
 TEST_F(MrvSubscriberReceiveTest, KeylessTopicKeepsOneElementPerReceivedSample) {

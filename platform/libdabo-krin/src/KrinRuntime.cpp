@@ -432,17 +432,9 @@ void KrinRuntime::serveReadable(zmq::socket_t* key) {
         if (socket->handle() == nullptr) {
             return;
         }
-        if (socket->get(zmq::sockopt::rcvmore)) {
-            // One event is one message: what the handler left of it must not
-            // become the start of the next one.
-            LOG4CPLUS_WARN(logger, "Event handler left part of a message unread; dropping the rest");
-            while (socket->get(zmq::sockopt::rcvmore)) {
-                zmq::message_t rest;
-                if (!socket->recv(rest, zmq::recv_flags::dontwait)) {
-                    break;
-                }
-            }
-        }
+        // Frames the handler left unread stay where they are: they are readable,
+        // so the next event hands them to the handler, which decides what they
+        // mean. The runtime never edits a subscriber's stream.
         if ((socket->get(zmq::sockopt::events) & ZMQ_POLLIN) == 0) {
             return;
         }
