@@ -50,7 +50,7 @@ std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& p
 }
 
 KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks)
-    : properties(properties), runtime(std::make_shared<KrinRuntime>(testHooks, highWaterMarkOf(properties))) {
+    : properties(properties), runtime(std::make_shared<KrinRuntime>(testHooks, highWaterMarkOf(properties), KrinSocketOptions(properties))) {
     std::promise<void> ready;
     std::future<void> started = ready.get_future();
     // The thread shares the runtime's state, so that it can finish on its own

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
+#include <utility>
 
 #include "RuntimeLogger.h"
 #include "dabo/util/DaboUtil.h"
@@ -36,9 +37,10 @@ void allowIpv6For(zmq::socket_t& socket, const std::string& endpoint) {
 
 }  // namespace
 
-KrinRuntime::KrinRuntime(const KrinDaboTestHooks& hooks, int highWaterMark)
+KrinRuntime::KrinRuntime(const KrinDaboTestHooks& hooks, int highWaterMark, KrinSocketOptions options)
     : testHooks(hooks),
       hwm(highWaterMark),
+      socketOptions(std::move(options)),
       logger(runtimeLogger()),
       routerEndpoint("inproc://krin-runtime-" + orlo::dabo::util::newUUID()),
       wakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
@@ -195,6 +197,7 @@ void KrinRuntime::registerPublisher(RuntimeCommand& command) {
         // Every subscriber's subscription reaches the runtime, not only a
         // topic's first, so that joins can be observed one by one.
         xpub->set(zmq::sockopt::xpub_verbose, 1);
+        socketOptions.applyToPublishing(*xpub);
         allowIpv6For(*xpub, command.endpoint);
         try {
             xpub->bind(command.endpoint);
@@ -251,6 +254,7 @@ void KrinRuntime::registerSubscriber(RuntimeCommand& command) {
     auto socket = std::make_shared<zmq::socket_t>(zmqContext, zmq::socket_type::sub);
     socket->set(zmq::sockopt::linger, 0);
     socket->set(zmq::sockopt::rcvhwm, hwm);
+    socketOptions.applyToSubscribing(*socket);
     allowIpv6For(*socket, command.endpoint);
     socket->set(zmq::sockopt::subscribe, command.topicIdFrame);
     try {

@@ -15,6 +15,7 @@
 #include <zmq.hpp>
 
 #include "dabo/krin/detail/EventsHandler.h"
+#include "KrinSocketOptions.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
 
 namespace orlo::dabo::krin::detail {
@@ -38,7 +39,7 @@ struct RuntimeCommand {
 /// thread that runs run().
 class KrinRuntime {
 public:
-    KrinRuntime(const KrinDaboTestHooks& testHooks, int highWaterMark);
+    KrinRuntime(const KrinDaboTestHooks& testHooks, int highWaterMark, KrinSocketOptions socketOptions);
     ~KrinRuntime();
 
     zmq::context_t& context() { return zmqContext; }
@@ -107,6 +108,7 @@ private:
 
     KrinDaboTestHooks testHooks;
     int hwm;
+    KrinSocketOptions socketOptions;
     log4cplus::Logger logger;
     zmq::context_t zmqContext;
     std::string routerEndpoint;

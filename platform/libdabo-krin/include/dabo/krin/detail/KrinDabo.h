@@ -36,7 +36,9 @@ class KrinRuntime;
 ///
 /// Properties: "krin.runtime.highWaterMark" (messages, default 1000, 0 for
 /// no limit) sets the high-water marks of the dealers, the ROUTER, the XPUBs
-/// and the SUB sockets.
+/// and the SUB sockets. "krin.runtime.maxMessageSize" and the CURVE keys
+/// "krin.runtime.curve.*" shape the sockets towards other processes
+/// (KrinSocketOptions.h); both are off by default.
 class KrinDabo : public orlo::dabo::Dabo {
 public:
     static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties);

@@ -1,0 +1,108 @@
+#include "KrinSocketOptions.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <cstdint>
+
+#include "RuntimeLogger.h"
+#include "dabo/DaboException.h"
+#include "dabo/util/DaboUtil.h"
+
+namespace orlo::dabo::krin::detail {
+
+namespace {
+
+const char* const maxMessageSizeProperty = "krin.runtime.maxMessageSize";
+const char* const serverSecretKeyProperty = "krin.runtime.curve.serverSecretKey";
+const char* const serverPublicKeyProperty = "krin.runtime.curve.serverPublicKey";
+const char* const publicKeyProperty = "krin.runtime.curve.publicKey";
+const char* const secretKeyProperty = "krin.runtime.curve.secretKey";
+
+constexpr std::size_t z85KeyLength = 40;
+
+[[noreturn]] void refuse(const std::string& text) {
+    LOG4CPLUS_ERROR(runtimeLogger(), text);
+    throw DaboException(text);
+}
+
+bool isZ85Key(const std::string& text) {
+    std::uint8_t decoded[32];
+    return text.size() == z85KeyLength && zmq_z85_decode(decoded, text.c_str()) != nullptr;
+}
+
+/// The key of `property`, or "" when absent. The text of a refusal never
+/// repeats the value: it may be a secret.
+std::string keyProperty(const orlo::dabo::Dabo::Properties& properties, const char* property) {
+    const auto found = properties.find(property);
+    if (found == properties.end()) {
+        return {};
+    }
+    if (!isZ85Key(found->second)) {
+        refuse(std::string("Property ") + property + " is not a CURVE key: expected 40 characters of Z85 text");
+    }
+    return found->second;
+}
+
+void requireCurve() {
+    if (!zmq_has("curve")) {
+        refuse("CURVE keys are given, but this ZeroMQ library has no CURVE security");
+    }
+}
+
+}  // namespace
+
+KrinSocketOptions::KrinSocketOptions(const orlo::dabo::Dabo::Properties& properties) {
+    maxMessageSize = orlo::dabo::util::getLongProperty(properties, maxMessageSizeProperty, -1);
+    if (maxMessageSize < -1 || maxMessageSize == 0) {
+        refuse(std::string("Property ") + maxMessageSizeProperty + " has value '" + std::to_string(maxMessageSize) +
+               "', which is not a message size (bytes above 0, or -1 for no limit)");
+    }
+    serverSecretKey = keyProperty(properties, serverSecretKeyProperty);
+    serverPublicKey = keyProperty(properties, serverPublicKeyProperty);
+    clientPublicKey = keyProperty(properties, publicKeyProperty);
+    clientSecretKey = keyProperty(properties, secretKeyProperty);
+    if (clientPublicKey.empty() != clientSecretKey.empty()) {
+        refuse(std::string("Properties ") + publicKeyProperty + " and " + secretKeyProperty +
+               " must be given together");
+    }
+    if (!clientPublicKey.empty() && serverPublicKey.empty()) {
+        refuse(std::string("Property ") + publicKeyProperty + " needs " + serverPublicKeyProperty +
+               ", the key of the publishers' runtime");
+    }
+    if (!serverSecretKey.empty() || !serverPublicKey.empty()) {
+        requireCurve();
+    }
+    if (!serverPublicKey.empty() && clientPublicKey.empty()) {
+        // A subscriber that is only to check the publisher's key needs a key pair all the same.
+        char publicText[z85KeyLength + 1];
+        char secretText[z85KeyLength + 1];
+        if (zmq_curve_keypair(publicText, secretText) != 0) {
+            refuse("No CURVE key pair could be made for the subscribing sockets");
+        }
+        clientPublicKey = publicText;
+        clientSecretKey = secretText;
+    }
+}
+
+void KrinSocketOptions::applyToPublishing(zmq::socket_t& xpub) const {
+    if (maxMessageSize > 0) {
+        xpub.set(zmq::sockopt::maxmsgsize, static_cast<int64_t>(maxMessageSize));
+    }
+    if (curveServer()) {
+        xpub.set(zmq::sockopt::curve_server, 1);
+        xpub.set(zmq::sockopt::curve_secretkey, serverSecretKey);
+    }
+}
+
+void KrinSocketOptions::applyToSubscribing(zmq::socket_t& sub) const {
+    if (maxMessageSize > 0) {
+        sub.set(zmq::sockopt::maxmsgsize, static_cast<int64_t>(maxMessageSize));
+    }
+    if (curveClient()) {
+        sub.set(zmq::sockopt::curve_serverkey, serverPublicKey);
+        sub.set(zmq::sockopt::curve_publickey, clientPublicKey);
+        sub.set(zmq::sockopt::curve_secretkey, clientSecretKey);
+    }
+}
+
+}  // namespace orlo::dabo::krin::detail

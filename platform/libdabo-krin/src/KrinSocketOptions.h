@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <zmq.hpp>
+
+#include "dabo/Dabo.h"
+
+namespace orlo::dabo::krin::detail {
+
+/// Options of the sockets that the runtime's thread opens towards other
+/// processes, read once from the runtime's properties:
+///
+/// - "krin.runtime.maxMessageSize": the largest message, in bytes, that an
+///   XPUB or a SUB socket of the runtime accepts from a peer (ZeroMQ's
+///   ZMQ_MAXMSGSIZE). A peer that sends a larger one is disconnected before
+///   the message is stored, so a hostile peer cannot exhaust memory. Absent or
+///   -1: no limit.
+/// - CURVE, off unless keys are given (Z85 text, 40 characters each):
+///   "krin.runtime.curve.serverSecretKey" makes every XPUB bound by this
+///   runtime a CURVE server; "krin.runtime.curve.serverPublicKey" makes every
+///   SUB a CURVE client that only talks to the server holding that key, with
+///   the key pair "krin.runtime.curve.publicKey" / "krin.runtime.curve.secretKey"
+///   (a fresh pair when these are absent).
+class KrinSocketOptions {
+public:
+    explicit KrinSocketOptions(const orlo::dabo::Dabo::Properties& properties);
+
+    /// For an XPUB that publishes to other processes.
+    void applyToPublishing(zmq::socket_t& xpub) const;
+    /// For a SUB that receives from another process.
+    void applyToSubscribing(zmq::socket_t& sub) const;
+
+    bool curveServer() const { return !serverSecretKey.empty(); }
+    bool curveClient() const { return !serverPublicKey.empty(); }
+
+private:
+    long maxMessageSize = -1;
+    std::string serverSecretKey;
+    std::string serverPublicKey;
+    std::string clientPublicKey;
+    std::string clientSecretKey;
+};
+
+}  // namespace orlo::dabo::krin::detail
