@@ -13,6 +13,12 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 
+# `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
+# measured against and the plotting tool. CI's test command never asks for it.
+if [ "${1:-}" = "--perf" ]; then
+  packages+=(cyclonedds-tools gnuplot-nox)
+fi
+
 missing=()
 for p in "${packages[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
