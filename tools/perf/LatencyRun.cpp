@@ -1,0 +1,149 @@
+// Latency: a pinging process and a pong process that sends each sample back.
+// A round trip is timed from the ping's publish to the moment the answer is
+// handed to the reading code; half of it is reported.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <thread>
+#include <vector>
+
+#include "tools/perf/PeerProcess.h"
+#include "tools/perf/Runs.h"
+#include "tools/perf/Transport.h"
+#include "tools/perf/Watch.h"
+
+namespace lumo::perf {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+const char* const pingTopic = "/perf/ping";
+const char* const pongTopic = "/perf/pong";
+constexpr long warmupRoundTrips = 200;
+
+/// The answer the pinging thread waits for.
+class Mailbox {
+public:
+    void deliver(std::uint32_t id) {
+        const Clock::time_point now = Clock::now();
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            lastId = id;
+            arrivedAt = now;
+        }
+        changed.notify_one();
+    }
+    /// The arrival time of answer `id`, or nothing within `limit`.
+    bool await(std::uint32_t id, std::chrono::milliseconds limit, Clock::time_point& at) {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (!changed.wait_for(lock, limit, [&] { return lastId == id; })) {
+            return false;
+        }
+        at = arrivedAt;
+        return true;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::uint32_t lastId = UINT32_MAX;
+    Clock::time_point arrivedAt;
+};
+
+double percentile(const std::vector<double>& sorted, double fraction) {
+    const auto index = static_cast<std::size_t>(fraction * static_cast<double>(sorted.size() - 1) + 0.5);
+    return sorted[std::min(index, sorted.size() - 1)];
+}
+
+}  // namespace
+
+int runPing(const PerfOptions& given, const std::string& self, const lumo::tools::PluginLoader* plugin) {
+    PerfOptions options = given;
+    options.portA = freeLoopbackPort();
+    options.portB = freeLoopbackPort();
+    JoinWatch joins;
+    const Endpoints endpoints{joins.runtime(), plugin};
+    Mailbox mailbox;
+    auto sender = makeSender(options, endpoints, options.portA, pingTopic);
+    auto receiver =
+        makeReceiver(options, endpoints, options.portB, pongTopic, [&mailbox](std::uint32_t id) { mailbox.deliver(id); });
+    PeerProcess pong(self, peerArguments(options, "pong"));
+    if (!joins.await(1, std::chrono::seconds(30)) || pong.readLine(std::chrono::seconds(30)) != "ready") {
+        std::cerr << "krin-perf: the pong process never joined" << std::endl;
+        return 3;
+    }
+
+    std::vector<double> halves;
+    halves.reserve(static_cast<std::size_t>(options.roundTrips));
+    long timedOut = 0;
+    Stopper stopper;
+    std::thread pinger([&] {
+        for (long n = 0; n < warmupRoundTrips + options.roundTrips; ++n) {
+            const auto id = static_cast<std::uint32_t>(n);
+            const Clock::time_point sent = Clock::now();
+            sender->send(id);
+            Clock::time_point answered;
+            if (!mailbox.await(id, std::chrono::seconds(1), answered)) {
+                ++timedOut;
+                continue;
+            }
+            if (n >= warmupRoundTrips) {
+                halves.push_back(std::chrono::duration<double, std::micro>(answered - sent).count() / 2.0);
+            }
+        }
+        stopper.stop();
+    });
+    receiver->run(stopper);
+    pinger.join();
+    pong.writeLine("quit");
+    receiver.reset();
+    sender.reset();
+    pong.finish();
+    if (halves.empty()) {
+        std::cerr << "krin-perf: no round trip completed" << std::endl;
+        return 3;
+    }
+    if (!options.latencyOut.empty()) {
+        std::ofstream out(options.latencyOut);
+        for (double half : halves) {
+            out << half << "\n";
+        }
+    }
+    std::sort(halves.begin(), halves.end());
+    std::printf(
+        "RESULT test=latency impl=%s read=%s size=%zu wire_bytes=%zu round_trips=%zu timed_out=%ld "
+        "median_us=%.1f p90_us=%.1f p99_us=%.1f max_us=%.1f\n",
+        options.impl.c_str(), options.impl == "raw" ? "events" : options.readMode.c_str(), options.size,
+        wireSizeOf(options.size), halves.size(), timedOut, percentile(halves, 0.5), percentile(halves, 0.9),
+        percentile(halves, 0.99), halves.back());
+    return 0;
+}
+
+int runPong(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
+    JoinWatch joins;
+    const Endpoints endpoints{joins.runtime(), plugin};
+    auto sender = makeSender(options, endpoints, options.portB, pongTopic);
+    Sender& answer = *sender;
+    auto receiver =
+        makeReceiver(options, endpoints, options.portA, pingTopic, [&answer](std::uint32_t id) { answer.send(id); });
+    if (!joins.await(1, std::chrono::seconds(30))) {
+        return 3;
+    }
+    std::cout << "ready" << std::endl;
+    Stopper stopper;
+    std::thread quit([&stopper] {
+        std::string line;
+        while (std::getline(std::cin, line) && line != "quit") {
+        }
+        stopper.stop();
+    });
+    receiver->run(stopper);
+    quit.join();
+    receiver.reset();
+    sender.reset();
+    return 0;
+}
+
+}  // namespace lumo::perf

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lumo::perf {
+
+/// What one krin-perf process does. The driving process runs the publisher
+/// (throughput) or the pinging side (latency) and starts its peer, a second
+/// krin-perf process, with `--role`.
+struct PerfOptions {
+    /// "throughput" or "latency".
+    std::string test = "throughput";
+    /// "plugin": through the plug-in's factories; "raw": three frames of the
+    /// same sizes through the runtime alone.
+    std::string impl = "plugin";
+    /// How the receiving side takes samples: "read", "poll", "listener", "notifier".
+    std::string readMode = "listener";
+    /// Bytes of float array per sample (HokuTopicIn coefficients).
+    std::size_t size = 1024;
+    /// Measured seconds of a throughput run.
+    double seconds = 3.0;
+    /// Seconds after the first sample that a throughput subscriber does not count.
+    double warmupSeconds = 0.5;
+    /// Round trips of a latency run (after warm-up round trips).
+    long roundTrips = 5000;
+    /// Where a latency run writes every round-trip half in microseconds, one a line.
+    std::string latencyOut;
+    /// The plug-in to load.
+    std::string plugin;
+
+    // Set on a peer process only.
+    std::string role;
+    int portA = 0;
+    int portB = 0;
+};
+
+/// Parses argv; throws std::invalid_argument with a line for the user.
+PerfOptions parseOptions(const std::vector<std::string>& arguments);
+
+/// The command line that starts the peer of `options` in `role`.
+std::vector<std::string> peerArguments(const PerfOptions& options, const std::string& role);
+
+void printUsage(std::ostream& out);
+
+}  // namespace lumo::perf

@@ -1,0 +1,130 @@
+// Throughput: one publishing process, one subscribing process.
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+#include "tools/perf/PeerProcess.h"
+#include "tools/perf/Runs.h"
+#include "tools/perf/Transport.h"
+#include "tools/perf/Watch.h"
+
+namespace lumo::perf {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+const char* const throughputTopic = "/perf/throughput";
+
+/// What the subscriber counts. Losses come from gaps in the sample ids that
+/// the publisher numbers consecutively: the subscriber side of the plug-in
+/// does not hand out the header's own sequence number.
+class Tally {
+public:
+    Tally(double warmupSeconds, double seconds, Stopper& stopper)
+        : warmup(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(warmupSeconds))),
+          window(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))),
+          stopper(stopper) {}
+
+    void take(std::uint32_t id) {
+        if (finished) {
+            return;
+        }
+        const Clock::time_point now = Clock::now();
+        if (!seenAny) {
+            seenAny = true;
+            firstArrival = now;
+        } else if (counting && id > expected) {
+            lost += id - expected;
+        }
+        expected = id + 1;
+        if (!counting) {
+            if (now - firstArrival >= warmup) {
+                counting = true;
+                start = now;
+            }
+            return;
+        }
+        ++received;
+        if (now - start >= window) {
+            end = now;
+            finished = true;
+            stopper.stop();
+        }
+    }
+
+    std::string report() const {
+        std::ostringstream line;
+        line << received << " " << lost << " " << std::chrono::duration_cast<std::chrono::nanoseconds>(end - start).count();
+        return line.str();
+    }
+
+private:
+    Clock::duration warmup;
+    Clock::duration window;
+    Stopper& stopper;
+    bool seenAny = false;
+    bool counting = false;
+    bool finished = false;
+    std::uint32_t expected = 0;
+    unsigned long received = 0;
+    unsigned long lost = 0;
+    Clock::time_point firstArrival;
+    Clock::time_point start;
+    Clock::time_point end;
+};
+
+}  // namespace
+
+int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumo::tools::PluginLoader* plugin) {
+    PerfOptions options = given;
+    options.portA = freeLoopbackPort();
+    JoinWatch joins;
+    const Endpoints endpoints{joins.runtime(), plugin};
+    auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
+    PeerProcess subscriber(self, peerArguments(options, "sub"));
+    if (!joins.await(1, std::chrono::seconds(30))) {
+        std::cerr << "krin-perf: the subscriber never joined" << std::endl;
+        return 3;
+    }
+    std::uint32_t id = 0;
+    do {
+        for (int n = 0; n < 64; ++n) {
+            sender->send(id++);
+        }
+    } while (!subscriber.hasOutput());
+    const std::string line = subscriber.readLine(std::chrono::seconds(10));
+    sender.reset();
+    subscriber.finish();
+    unsigned long received = 0;
+    unsigned long lost = 0;
+    long long nanos = 0;
+    if (std::sscanf(line.c_str(), "%lu %lu %lld", &received, &lost, &nanos) != 3 || nanos <= 0) {
+        std::cerr << "krin-perf: the subscriber reported '" << line << "'" << std::endl;
+        return 3;
+    }
+    const double samplesPerSecond = static_cast<double>(received) * 1e9 / static_cast<double>(nanos);
+    const double megabytesPerSecond = samplesPerSecond * static_cast<double>(options.size) / 1e6;
+    std::printf(
+        "RESULT test=throughput impl=%s read=%s size=%zu wire_bytes=%zu samples_per_s=%.0f mb_per_s=%.2f "
+        "received=%lu lost=%lu loss_pct=%.2f sent=%u\n",
+        options.impl.c_str(), options.impl == "raw" ? "events" : options.readMode.c_str(), options.size,
+        wireSizeOf(options.size), samplesPerSecond, megabytesPerSecond, received, lost,
+        received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost), id);
+    return 0;
+}
+
+int runThroughputSubscriber(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
+    auto dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+    Stopper stopper;
+    Tally tally(options.warmupSeconds, options.seconds, stopper);
+    {
+        auto receiver = makeReceiver(options, Endpoints{dabo, plugin}, options.portA, throughputTopic,
+                                     [&tally](std::uint32_t id) { tally.take(id); });
+        receiver->run(stopper);
+    }
+    std::cout << tally.report() << std::endl;
+    return 0;
+}
+
+}  // namespace lumo::perf

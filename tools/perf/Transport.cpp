@@ -1,0 +1,45 @@
+#include "tools/perf/Transport.h"
+
+namespace lumo::perf {
+
+namespace {
+
+std::string uriOf(int port, const std::string& topic) {
+    return "krin.ps://127.0.0.1:" + std::to_string(port) + topic;
+}
+
+std::size_t varintSize(std::size_t value) {
+    std::size_t bytes = 1;
+    while (value >= 0x80) {
+        value >>= 7;
+        ++bytes;
+    }
+    return bytes;
+}
+
+}  // namespace
+
+std::size_t wireSizeOf(std::size_t arrayBytes) {
+    // quality (1+1), sim (1+1), timestamp_utc (1+8), sample_id (1+4), then
+    // the packed coefficients: tag, length, floats.
+    const std::size_t scalars = 2 + 2 + 9 + 5;
+    return arrayBytes == 0 ? scalars : scalars + 1 + varintSize(arrayBytes) + arrayBytes;
+}
+
+std::unique_ptr<Sender> makeSender(const PerfOptions& options, const Endpoints& endpoints, int port,
+                                   const std::string& topic) {
+    if (options.impl == "raw") {
+        return makeRawSender(options, endpoints, port, topic);
+    }
+    return makePluginSender(options, endpoints, uriOf(port, topic));
+}
+
+std::unique_ptr<Receiver> makeReceiver(const PerfOptions& options, const Endpoints& endpoints, int port,
+                                       const std::string& topic, OnSample onSample) {
+    if (options.impl == "raw") {
+        return makeRawReceiver(endpoints, uriOf(port, topic), topic, std::move(onSample));
+    }
+    return makePluginReceiver(options, endpoints, uriOf(port, topic), std::move(onSample));
+}
+
+}  // namespace lumo::perf

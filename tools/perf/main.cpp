@@ -1,0 +1,61 @@
+// krin-perf: throughput and latency of the plug-in across two processes on
+// TCP loopback, and of the raw pipeline under it, in the manner of the
+// usual middleware performance tools. See PerfOptions.cpp for the usage.
+#include <unistd.h>
+
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/loader/PluginLoader.h"
+#include "tools/perf/PerfOptions.h"
+#include "tools/perf/Runs.h"
+
+namespace {
+
+std::string selfPath() {
+    char path[4096];
+    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path - 1);
+    if (length <= 0) {
+        throw std::runtime_error("cannot find this program's path");
+    }
+    return std::string(path, static_cast<std::size_t>(length));
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.empty() || arguments.front() == "--help" || arguments.front() == "-h") {
+        lumo::perf::printUsage(arguments.empty() ? std::cerr : std::cout);
+        return arguments.empty() ? 2 : 0;
+    }
+    try {
+        lumo::perf::PerfOptions options = lumo::perf::parseOptions(arguments);
+        if (options.plugin.empty()) {
+            options.plugin = lumo::tools::PluginLoader::defaultPath();
+        }
+        // The raw pipeline loads nothing: no part of the plug-in is in that process.
+        std::unique_ptr<lumo::tools::PluginLoader> plugin;
+        if (options.impl == "plugin") {
+            plugin = std::make_unique<lumo::tools::PluginLoader>(options.plugin);
+        }
+        if (options.role == "sub") {
+            return lumo::perf::runThroughputSubscriber(options, plugin.get());
+        }
+        if (options.role == "pong") {
+            return lumo::perf::runPong(options, plugin.get());
+        }
+        return options.test == "throughput" ? lumo::perf::runThroughputPublisher(options, selfPath(), plugin.get())
+                                            : lumo::perf::runPing(options, selfPath(), plugin.get());
+    } catch (const std::invalid_argument& error) {
+        std::cerr << "krin-perf: " << error.what() << "\n";
+        lumo::perf::printUsage(std::cerr);
+        return 2;
+    } catch (const std::exception& error) {
+        std::cerr << "krin-perf: " << error.what() << "\n";
+        return 1;
+    }
+}
