@@ -1,56 +1,147 @@
-// lumo-demo: loads the type-support plug-in as a host does and shows each
-// topic going to bytes and back.
+// lumo-demo: loads the type-support plug-in as a host does, starts an
+// embedded runtime on loopback and runs a telescope's field stabilisation
+// loop over all eleven topics, then tells what arrived and how fast.
 
-#include <cstring>
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <fstream>
 #include <iostream>
-#include <string>
+#include <thread>
 
-#include "tools/demo/RoundTrip.h"
-#include "tools/loader/PluginLoader.h"
+#include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinDabo.h"
+#include "tools/common/CommandLine.h"
+#include "tools/common/FreePort.h"
+#include "tools/common/ToolLogging.h"
+#include "tools/demo/DemoOptions.h"
+#include "tools/demo/Report.h"
+#include "tools/demo/RoundTrips.h"
+#include "tools/demo/TelescopeLoop.h"
 
 namespace {
 
-void usage(std::ostream& out) {
-    out << "Usage: lumo-demo [--plugin PATH] [--topic NAME] [--help]\n"
-           "\n"
-           "Loads the lumotypes plug-in, creates two entities of every topic through its\n"
-           "exported data entity factories, fills the first, serialises it and parses the\n"
-           "bytes into the second, and prints both.\n"
-           "\n"
-           "  --plugin PATH  the plug-in to load (default: "
-        << lumo::tools::PluginLoader::defaultPath()
-        << ")\n"
-           "  --topic NAME   only this topic\n"
-           "  --help         this text\n";
+using namespace lumo;
+
+constexpr const char* logConfigName = "lumo-demo.log4cplus.properties";
+
+/// The shipped logging configuration: beside the program in a build tree,
+/// under share/ once installed. Empty if neither is there.
+std::string shippedLogConfig() {
+    char self[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0) {
+        return "";
+    }
+    std::string directory(self, static_cast<std::size_t>(length));
+    directory.erase(directory.rfind('/') + 1);
+    for (const std::string& candidate : {directory + logConfigName, directory + LUMO_DEMO_INSTALLED_LOG_CONFIG}) {
+        if (std::ifstream(candidate).good()) {
+            return candidate;
+        }
+    }
+    return "";
+}
+
+demo::ReportRow rowOf(const demo::Ledger& ledger, const std::string& path) {
+    demo::ReportRow row;
+    row.topic = ledger.topic();
+    row.path = path;
+    row.counts = ledger.counts();
+    return row;
+}
+
+int runDemo(const demo::DemoOptions& options) {
+    auto logger = log4cplus::Logger::getInstance("lumo.demo");
+    tools::PluginLoader plugin(options.plugin);
+    tools::Schema schema(plugin);
+    const int port = options.port != 0 ? options.port : tools::freeLoopbackPort();
+    auto runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+    demo::DemoContext context{plugin, schema, runtime, options.properties,
+                              "krin.ps://127.0.0.1:" + std::to_string(port)};
+    std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"
+              << "lumo-demo: runtime on " << context.endpoint << ", topics under /lumo/demo/\n";
+    LOG4CPLUS_INFO(logger, "plug-in " << plugin.path() << ", schema " << schema.fileName() << ", endpoint "
+                                      << context.endpoint);
+
+    demo::RoundTrips roundTrips(context, 3);
+    demo::TelescopeLoop loop(context, options.sensorRate);
+    loop.start();
+    std::cout << "lumo-demo: all subscribers joined; running the loop for " << options.duration << " s at "
+              << options.sensorRate << " Hz" << std::endl;
+
+    std::thread others([&] {
+        try {
+            roundTrips.run();
+        } catch (const std::exception& failure) {
+            LOG4CPLUS_ERROR(logger, "round trips stopped: " << failure.what());
+        }
+    });
+    unsigned second = 0;
+    loop.run(std::chrono::duration<double>(options.duration), [&](const demo::LoopProgress& progress) {
+        if (options.quiet) {
+            return;
+        }
+        char line[256];
+        std::snprintf(line, sizeof line,
+                      "[%2u s] sensor %6lu samples  controller %6lu commands  monitor %6lu  round trips %d/%zu  %s",
+                      ++second, progress.sensorSamples, progress.controllerCommands, progress.monitorCommands,
+                      roundTrips.finished(), demo::RoundTrips::topics().size(), progress.mode.c_str());
+        std::cout << line << std::endl;
+    });
+    others.join();
+
+    std::vector<demo::ReportRow> rows;
+    rows.push_back(rowOf(loop.sensorLedger(), "queued, notifier"));
+    auto commands = rowOf(loop.commandLedger(), "queued, listener");
+    commands.hasLatency = true;
+    commands.latency = loop.loopLatency().summary();
+    rows.push_back(commands);
+    rows.push_back(rowOf(loop.modeLedger(), "most recent value"));
+    rows.push_back(rowOf(loop.refPosLedger(), "most recent value"));
+    for (const auto& ledger : roundTrips.ledgers()) {
+        rows.push_back(rowOf(*ledger, "queued, round trip"));
+    }
+    std::cout << "\n";
+    const bool passed = demo::printReport(rows, std::cout);
+    std::cout << "Loop latency: from the sensor's timestamp_utc, carried back in timestamp_in_utc,\n"
+                 "to the arrival of the controller's command at the monitor.\n";
+    return passed ? tools::exitOk : tools::exitFailed;
 }
 
 }  // namespace
 
-int main(int argc, char* argv[]) {
-    std::string pluginPath = lumo::tools::PluginLoader::defaultPath();
-    std::string topic;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument == "--help" || argument == "-h") {
-            usage(std::cout);
-            return 0;
-        }
-        if ((argument == "--plugin" || argument == "--topic") && i + 1 < argc) {
-            (argument == "--plugin" ? pluginPath : topic) = argv[++i];
-            continue;
-        }
-        std::cerr << "lumo-demo: unexpected argument " << argument << "\n";
-        usage(std::cerr);
-        return 2;
+int main(int argc, char** argv) {
+    demo::DemoOptions options;
+    try {
+        options = demo::parseDemoOptions(argc, argv);
+    } catch (const tools::UsageError& error) {
+        std::cerr << "lumo-demo: " << error.what() << "\n(lumo-demo --help explains the options)" << std::endl;
+        return tools::exitUsage;
+    }
+    if (options.help) {
+        demo::printDemoUsage(std::cout);
+        return tools::exitOk;
+    }
+    const std::string logConfig = options.logConfig.empty() ? shippedLogConfig() : options.logConfig;
+    if (!options.logConfig.empty() && !std::ifstream(options.logConfig).good()) {
+        std::cerr << "lumo-demo: cannot read the log configuration " << options.logConfig << std::endl;
+        return tools::exitUsage;
+    }
+    tools::configureToolLogging(logConfig);
+    try {
+        tools::checkProperties(options.properties, "lumo-demo");
+    } catch (const orlo::dabo::DaboException& refusal) {
+        std::cerr << "lumo-demo: " << refusal.what() << std::endl;
+        return tools::exitUsage;
     }
     try {
-        lumo::tools::PluginLoader plugin(pluginPath);
-        std::cout << "plug-in " << plugin.path() << "\n";
-        const bool ok = topic.empty() ? lumo::demo::roundTripAll(plugin, std::cout)
-                                      : lumo::demo::roundTrip(plugin, topic, std::cout);
-        return ok ? 0 : 1;
+        return runDemo(options);
     } catch (const std::exception& error) {
-        std::cerr << "lumo-demo: " << error.what() << "\n";
-        return 1;
+        std::cerr << "lumo-demo: " << error.what() << std::endl;
+        return tools::exitSetup;
     }
 }

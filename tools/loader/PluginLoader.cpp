@@ -1,6 +1,10 @@
 #include "tools/loader/PluginLoader.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
+
+#include <climits>
+#include <fstream>
 
 namespace lumo::tools {
 
@@ -22,7 +26,21 @@ PluginLoader::PluginLoader(const std::string& path) : libraryPath(path), handle(
     }
 }
 
-std::string PluginLoader::defaultPath() { return LUMO_DEFAULT_PLUGIN_PATH; }
+std::string PluginLoader::defaultPath() {
+    // An installed program finds the plug-in installed beside it; one in the
+    // build tree, the plug-in of that tree.
+    char self[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length > 0) {
+        std::string directory(self, static_cast<std::size_t>(length));
+        directory.erase(directory.rfind('/') + 1);
+        const std::string installed = directory + LUMO_INSTALLED_PLUGIN_RELATIVE_PATH;
+        if (std::ifstream(installed).good()) {
+            return installed;
+        }
+    }
+    return LUMO_DEFAULT_PLUGIN_PATH;
+}
 
 std::string PluginLoader::factoryName(const std::string& kind, const std::string& topic) {
     return "generated_krin_" + kind + "_lumotypes_" + topic;

@@ -27,7 +27,9 @@ public:
     PluginLoader(const PluginLoader&) = delete;
     PluginLoader& operator=(const PluginLoader&) = delete;
 
-    /// The plug-in built next to the tools in this build tree.
+    /// The plug-in installed with the running program if there is one
+    /// (`../lib/libdabo-krin-lumotypes.so.0.9` from the program's directory),
+    /// otherwise the plug-in of the build tree the program was built in.
     static std::string defaultPath();
 
     /// `generated_krin_<kind>_lumotypes_<topic>`.

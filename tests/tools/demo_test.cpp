@@ -1,0 +1,85 @@
+// The demo as a user runs it: a short loop over all topics that must end with
+// every sample verified, its --help, and its refusal of a bad command line.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ToolProcess.h"
+
+#ifndef LUMO_DEMO_PATH
+#error "LUMO_DEMO_PATH must name the demo program"
+#endif
+
+namespace {
+
+using lumo::test::ToolProcess;
+using namespace std::chrono_literals;
+
+const char* const allTopics[] = {"InterfaceControlArgs", "Dummy",         "LumoMode",
+                                 "RefPos",               "CentOpt",       "CentError",
+                                 "SimCentErrors",        "FieldStablizationTopicIn", "FieldStablizationTopicOut",
+                                 "HokuTopicIn",          "HokuTopicOut"};
+
+TEST(LumoDemo, AShortRunVerifiesEveryTopicAndExitsZero) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    const std::string out = demo.out();
+    EXPECT_NE(out.find("OK: all"), std::string::npos) << out;
+    for (const char* topic : allTopics) {
+        EXPECT_NE(out.find(std::string(topic) + " "), std::string::npos) << topic << " missing from\n" << out;
+    }
+    EXPECT_NE(out.find("loop latency ms (median / p99 / max)"), std::string::npos) << out;
+    EXPECT_EQ(out.find("FAILED"), std::string::npos) << out;
+}
+
+TEST(LumoDemo, ShowsProgressWhileItRuns) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "2", "--rate", "200"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    EXPECT_NE(demo.out().find("[ 1 s] sensor"), std::string::npos) << demo.out();
+}
+
+TEST(LumoDemo, QuietRunPrintsNoProgressButTheTable) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1", "--rate", "100", "--quiet"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    EXPECT_EQ(demo.out().find("] sensor"), std::string::npos) << demo.out();
+    EXPECT_NE(demo.out().find("OK: all"), std::string::npos) << demo.out();
+}
+
+TEST(LumoDemo, HelpExplainsEveryOptionAndExitsZero) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--help"});
+    ASSERT_EQ(demo.wait(60s), 0);
+    for (const char* option : {"--duration", "--rate", "--port", "-p KEY=VALUE", "--log-config", "--plugin",
+                               "--quiet", "--help", "Exit status"}) {
+        EXPECT_NE(demo.out().find(option), std::string::npos) << option;
+    }
+}
+
+TEST(LumoDemo, UnknownOptionIsRefusedWithExitCodeTwo) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--colour"});
+    EXPECT_EQ(demo.wait(60s), 2);
+    EXPECT_NE(demo.err().find("lumo-demo: unexpected argument --colour"), std::string::npos) << demo.err();
+}
+
+TEST(LumoDemo, NonPositiveDurationIsRefusedWithExitCodeTwo) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "0"});
+    EXPECT_EQ(demo.wait(60s), 2);
+    EXPECT_NE(demo.err().find("option --duration needs a positive number, not '0'"), std::string::npos)
+        << demo.err();
+}
+
+TEST(LumoDemo, PropertyValueThatIsNotANumberIsRefusedWithExitCodeTwo) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"-p", "krin.runtime.highWaterMark=lots"});
+    EXPECT_EQ(demo.wait(60s), 2);
+    EXPECT_NE(demo.err().find("Property krin.runtime.highWaterMark has value 'lots', which is not an integer"),
+              std::string::npos)
+        << demo.err();
+}
+
+TEST(LumoDemo, MissingLogConfigurationIsRefusedWithExitCodeTwo) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--log-config", "/nonexistent/demo.properties"});
+    EXPECT_EQ(demo.wait(60s), 2);
+    EXPECT_NE(demo.err().find("cannot read the log configuration /nonexistent/demo.properties"), std::string::npos)
+        << demo.err();
+}
+
+}  // namespace

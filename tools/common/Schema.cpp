@@ -1,0 +1,99 @@
+#include "tools/common/Schema.h"
+
+#include <google/protobuf/generated_message_reflection.h>
+#include <google/protobuf/text_format.h>
+#include <google/protobuf/util/json_util.h>
+#include <google/protobuf/util/message_differencer.h>
+
+#include <sstream>
+
+namespace lumo::tools {
+
+namespace {
+
+using DescriptorTableGetter = const google::protobuf::internal::DescriptorTable* (*)();
+
+const google::protobuf::FileDescriptor* schemaFileOf(const PluginLoader& plugin) {
+    // The table is what the schema compiler generated into the plug-in; its
+    // file name is the key under which the plug-in's code registered the
+    // schema with the pool when it was loaded.
+    auto getter = reinterpret_cast<DescriptorTableGetter>(plugin.symbol("descriptor_table_Lumotypes_2eproto_getter"));
+    const auto* table = getter();
+    const auto* file = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(table->filename);
+    if (file == nullptr) {
+        throw PluginLoadError("plug-in " + plugin.path() + " exports the schema " + table->filename +
+                              ", which is not in the message library's pool");
+    }
+    return file;
+}
+
+}  // namespace
+
+Schema::Schema(const PluginLoader& plugin) : file(schemaFileOf(plugin)) {}
+
+std::vector<std::string> Schema::messageNames() const {
+    std::vector<std::string> names;
+    for (int i = 0; i < file->message_type_count(); ++i) {
+        names.push_back(file->message_type(i)->name());
+    }
+    return names;
+}
+
+const google::protobuf::Descriptor* Schema::find(const std::string& topic) const {
+    return file->FindMessageTypeByName(topic);
+}
+
+std::unique_ptr<google::protobuf::Message> Schema::newMessage(const google::protobuf::Descriptor& type) {
+    return std::unique_ptr<google::protobuf::Message>(factory.GetPrototype(&type)->New());
+}
+
+std::string toJson(const google::protobuf::Message& message) {
+    google::protobuf::util::JsonPrintOptions options;
+    options.preserve_proto_field_names = true;
+    options.always_print_primitive_fields = true;
+    std::string json;
+    const auto status = google::protobuf::util::MessageToJsonString(message, &json, options);
+    if (!status.ok()) {
+        return "{\"error\":\"" + std::string(status.message()) + "\"}";
+    }
+    return json;
+}
+
+std::string toText(const google::protobuf::Message& message) {
+    std::string text;
+    google::protobuf::TextFormat::PrintToString(message, &text);
+    return text;
+}
+
+bool fromJson(const std::string& json, google::protobuf::Message& message, std::string& reason) {
+    message.Clear();
+    const auto status = google::protobuf::util::JsonStringToMessage(json, &message);
+    if (!status.ok()) {
+        reason = std::string(status.message());
+        return false;
+    }
+    std::vector<std::string> missing;
+    message.FindInitializationErrors(&missing);
+    if (!missing.empty()) {
+        reason = "required field " + missing.front() + " is missing";
+        for (std::size_t i = 1; i < missing.size(); ++i) {
+            reason += ", required field " + missing[i] + " is missing";
+        }
+        return false;
+    }
+    return true;
+}
+
+std::string differences(const google::protobuf::Message& expected, const google::protobuf::Message& actual) {
+    std::string report;
+    {
+        google::protobuf::io::StringOutputStream output(&report);
+        google::protobuf::util::MessageDifferencer::StreamReporter reporter(&output);
+        google::protobuf::util::MessageDifferencer differencer;
+        differencer.ReportDifferencesTo(&reporter);
+        differencer.Compare(expected, actual);
+    }
+    return report;
+}
+
+}  // namespace lumo::tools

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace lumo::tools {
+
+/// The topic URI a tool works with: `uri` as given if it names a topic path,
+/// otherwise `uri` with "/TOPIC" as its path, so that
+/// "krin.ps://127.0.0.1:7400" and TOPIC "LumoMode" mean
+/// "krin.ps://127.0.0.1:7400/LumoMode". Refuses a URI that the runtime would
+/// refuse, with the runtime's text; `bindSide` as for the runtime's check.
+std::string topicUri(const std::string& uri, const std::string& topic, bool bindSide);
+
+}  // namespace lumo::tools
