@@ -70,6 +70,10 @@ bool fromJson(const std::string& json, google::protobuf::Message& message, std::
     const auto status = google::protobuf::util::JsonStringToMessage(json, &message);
     if (!status.ok()) {
         reason = std::string(status.message());
+        // The library heads its text with the path of the field, empty at the top level.
+        if (reason.rfind(": ", 0) == 0) {
+            reason.erase(0, 2);
+        }
         return false;
     }
     std::vector<std::string> missing;

@@ -392,13 +392,14 @@ void TelescopeLoop::run(std::chrono::duration<double> duration,
     sensor.join();
     // What is on its way gets a generous, bounded time to arrive.
     p.sensorLedger.awaitAll(std::chrono::seconds(10));
-    p.commandLedger.awaitAll(std::chrono::seconds(10));
     {
         std::lock_guard<std::mutex> lock(p.wakeMutex);
         p.stopping = true;
     }
     p.wake.notify_one();
+    // Once the controller is done, its last command has been sent.
     controller.join();
+    p.commandLedger.awaitAll(std::chrono::seconds(10));
     supervisor.join();
     progress(report());
 }
