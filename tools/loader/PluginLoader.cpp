@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <climits>
-#include <fstream>
+#include <cstdlib>
 
 namespace lumo::tools {
 
@@ -35,8 +35,9 @@ std::string PluginLoader::defaultPath() {
         std::string directory(self, static_cast<std::size_t>(length));
         directory.erase(directory.rfind('/') + 1);
         const std::string installed = directory + LUMO_INSTALLED_PLUGIN_RELATIVE_PATH;
-        if (std::ifstream(installed).good()) {
-            return installed;
+        char resolved[PATH_MAX];
+        if (::realpath(installed.c_str(), resolved) != nullptr) {
+            return resolved;
         }
     }
     return LUMO_DEFAULT_PLUGIN_PATH;

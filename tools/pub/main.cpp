@@ -158,7 +158,13 @@ int run(const Options& options) {
     }
     const std::string payload = message->SerializeAsString();
 
-    auto runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    try {
+        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+    } catch (const orlo::dabo::DaboException& refusal) {
+        // Properties of the runtime that only it checks, such as its security keys.
+        throw UsageError(refusal.what());
+    }
     withTopic(options.topic, [&](auto tag) {
         using T = typename decltype(tag)::type;
         publishAll<T>(plugin, options, uri, payload, runtime);

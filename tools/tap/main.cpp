@@ -145,7 +145,13 @@ int run(const Options& options) {
     auto message = schema.newMessage(*type);
     const std::uint32_t expectedType = typeHashOf(options.topic);
 
-    auto runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    try {
+        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+    } catch (const orlo::dabo::DaboException& refusal) {
+        // Properties of the runtime that only it checks, such as its security keys.
+        throw UsageError(refusal.what());
+    }
     auto tap = WireTap::open(runtime, uri);
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
 
