@@ -70,13 +70,9 @@ int main(int argc, char** argv) {
         std::cerr << "usage: e2ePublisher PLUGIN PORT SUBSCRIBERS_PER_TOPIC\n";
         return 2;
     }
-    const lumo::e2e::Plugin plugin(argv[1]);
+    const lumo::tools::PluginLoader plugin(argv[1]);
     const std::string port = argv[2];
     const int subscribersPerTopic = std::stoi(argv[3]);
-    if (!plugin.loaded()) {
-        std::cerr << "cannot load " << argv[1] << "\n";
-        return 2;
-    }
 
     auto joins = std::make_shared<Joins>();
     KrinDaboTestHooks hooks;
@@ -91,11 +87,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> frames;
 #define LUMO_E2E_PUBLISHER(Name)                                                                                \
     {                                                                                                           \
-        auto factory = plugin.symbol<PublisherFactory<lumotypes::Name>>("generated_krin_Publisher_lumotypes_" #Name); \
-        if (factory == nullptr) {                                                                               \
-            std::cerr << "no publisher factory for " #Name "\n";                                                \
-            return 2;                                                                                           \
-        }                                                                                                       \
+        auto factory = lumo::e2e::resolve<PublisherFactory<lumotypes::Name>>(                                  \
+            plugin, "generated_krin_Publisher_lumotypes_" #Name);                                              \
         std::shared_ptr<orlo::dabo::ps::Publisher<lumotypes::Name>> publisher(                                  \
             factory(topicUri(port, #Name), {}, {}, dabo));                                                      \
         publishers.push_back(publisher);                                                                        \

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "E2eSamples.h"
+#include "FreePort.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/ps/MrvSubscriber.h"
@@ -47,31 +48,9 @@ using MrvSubscriberFactory = orlo::dabo::ps::MrvSubscriber<T>* (*)(const std::st
                                                                     const orlo::dabo::Dabo::Properties&,
                                                                     const std::shared_ptr<KrinDabo>&);
 
-const lumo::e2e::Plugin& plugin() {
-    static const lumo::e2e::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+const lumo::tools::PluginLoader& plugin() {
+    static const lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
     return loaded;
-}
-
-/// A loopback port that nothing listens on right now, below the ephemeral
-/// range: the subscribers connect before the publisher binds, and a port that
-/// the kernel may hand out as a connection's own source port could be taken.
-std::string freePort() {
-    std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<int> ports(20000, 32000);
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const int port = ports(random);
-        const int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        const bool free = ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-        ::close(probe);
-        if (free) {
-            return std::to_string(port);
-        }
-    }
-    return "29995";
 }
 
 std::string topicUri(const std::string& port, const std::string& topic) {
@@ -175,7 +154,7 @@ template <typename T>
 std::unique_ptr<orlo::dabo::ps::Subscriber<T>> subscriberOf(const std::string& port,
                                                             const std::shared_ptr<KrinDabo>& dabo) {
     const std::string topic = lumo::e2e::TopicSamples<T>::name;
-    auto factory = plugin().symbol<SubscriberFactory<T>>("generated_krin_Subscriber_lumotypes_" + topic);
+    auto factory = lumo::e2e::resolve<SubscriberFactory<T>>(plugin(), "generated_krin_Subscriber_lumotypes_" + topic);
     EXPECT_NE(factory, nullptr) << topic;
     return std::unique_ptr<orlo::dabo::ps::Subscriber<T>>(
         factory == nullptr ? nullptr : factory(topicUri(port, topic), {}, {}, dabo));
@@ -185,7 +164,7 @@ template <typename T>
 std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>> mrvSubscriberOf(const std::string& port,
                                                                   const std::shared_ptr<KrinDabo>& dabo) {
     const std::string topic = lumo::e2e::TopicSamples<T>::name;
-    auto factory = plugin().symbol<MrvSubscriberFactory<T>>("generated_krin_MrvSubscriber_lumotypes_" + topic);
+    auto factory = lumo::e2e::resolve<MrvSubscriberFactory<T>>(plugin(), "generated_krin_MrvSubscriber_lumotypes_" + topic);
     EXPECT_NE(factory, nullptr) << topic;
     return std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>>(
         factory == nullptr ? nullptr : factory(topicUri(port, topic), {}, {}, dabo));
@@ -228,7 +207,7 @@ void expectStored(orlo::dabo::ps::MrvSubscriber<T>& subscriber, const std::share
     ASSERT_EQ(stored.size(), static_cast<std::size_t>(lumo::e2e::samplesPerTopic));
     const auto maker = [] {
         const std::string name = std::string("generated_krin_DataEntity_lumotypes_") + lumo::e2e::TopicSamples<T>::name;
-        auto factory = plugin().symbol<void* (*)()>(name);
+        auto factory = lumo::e2e::resolve<void* (*)()>(plugin(), name);
         return std::shared_ptr<T>(static_cast<T*>(factory()));
     };
     const auto expected = expectedSamples<T>(maker);
@@ -248,7 +227,7 @@ template <typename T>
 void expectSamplesTellApart() {
     SCOPED_TRACE(lumo::e2e::TopicSamples<T>::name);
     const std::string name = std::string("generated_krin_DataEntity_lumotypes_") + lumo::e2e::TopicSamples<T>::name;
-    auto factory = plugin().symbol<void* (*)()>(name);
+    auto factory = lumo::e2e::resolve<void* (*)()>(plugin(), name);
     ASSERT_NE(factory, nullptr);
     const auto samples = expectedSamples<T>([&] { return std::shared_ptr<T>(static_cast<T*>(factory())); });
     EXPECT_EQ(lumo::e2e::TopicSamples<T>::differences(*samples[0], *samples[0]), "");
@@ -257,15 +236,15 @@ void expectSamplesTellApart() {
 }
 
 TEST(EndToEndTest, ComparisonTellsTheSamplesOfEveryTopicApart) {
-    ASSERT_TRUE(plugin().loaded());
+    ASSERT_NO_THROW(plugin());
 #define LUMO_E2E_APART(Name) expectSamplesTellApart<lumotypes::Name>();
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_E2E_APART)
 #undef LUMO_E2E_APART
 }
 
 TEST(EndToEndTest, QueuedSubscribersReceiveEveryTopicFromAnotherProcessFieldByFieldInOrder) {
-    ASSERT_TRUE(plugin().loaded());
-    const std::string port = freePort();
+    ASSERT_NO_THROW(plugin());
+    const std::string port = std::to_string(lumo::test::freePort());
     auto dabo = KrinDabo::create({});
 #define LUMO_E2E_SUBSCRIBE(Name) auto subscriber##Name = subscriberOf<lumotypes::Name>(port, dabo);
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_E2E_SUBSCRIBE)
@@ -282,8 +261,8 @@ TEST(EndToEndTest, QueuedSubscribersReceiveEveryTopicFromAnotherProcessFieldByFi
 }
 
 TEST(EndToEndTest, MostRecentValueSubscribersStoreEveryTopicFromAnotherProcessFieldByField) {
-    ASSERT_TRUE(plugin().loaded());
-    const std::string port = freePort();
+    ASSERT_NO_THROW(plugin());
+    const std::string port = std::to_string(lumo::test::freePort());
     auto dabo = KrinDabo::create({});
 #define LUMO_E2E_SUBSCRIBE(Name) auto subscriber##Name = mrvSubscriberOf<lumotypes::Name>(port, dabo);
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_E2E_SUBSCRIBE)

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "FreePort.h"
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/Publisher.h"
@@ -61,35 +62,8 @@ PublisherFactory<T> publisherFactory(const std::string& topic) {
     return reinterpret_cast<PublisherFactory<T>>(symbol);
 }
 
-/// A loopback port that nobody listens on right now.
-int nextPort() {
-    // Below the kernel's ephemeral range (32768 and up): a socket that
-    // connects somewhere may be handed an ephemeral port as its own, and then
-    // a publisher could no longer bind it.
-    static std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<int> candidates(20000, 32000);
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const int port = candidates(random);
-        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        if (fd < 0) {
-            break;
-        }
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        const bool free = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-        ::close(fd);
-        if (free) {
-            return port;
-        }
-    }
-    ADD_FAILURE() << "no free loopback port";
-    return 0;
-}
-
 std::string topicUri(const std::string& topic) {
-    return "krin.ps://127.0.0.1:" + std::to_string(nextPort()) + "/host/" + topic;
+    return "krin.ps://127.0.0.1:" + std::to_string(lumo::test::freePort()) + "/host/" + topic;
 }
 
 TEST(PublisherFactoryHostTest, PluginExportsEveryPublisherFactoryUndecorated) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FreePort.h"
+
 // Helpers shared by the runtime's tests: a handler that records what the
 // runtime tells it, free TCP ports, and message frames.
 
@@ -139,31 +141,6 @@ private:
     std::vector<Message> received;
     std::shared_ptr<zmq::socket_t> registeredSocket;
 };
-
-/// A TCP port on the loopback interface that nothing listens on right now.
-inline unsigned int freePort() {
-    // Below the kernel's ephemeral range: a socket that connects to a port in
-    // that range before anything listens there can be handed that very port
-    // as its own source and occupy it.
-    static std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<unsigned int> candidates(20000, 32000);
-    for (int attempt = 0; attempt < 1000; ++attempt) {
-        const unsigned int port = candidates(random);
-        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        const int reuse = 1;
-        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        const bool free = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-        ::close(fd);
-        if (free) {
-            return port;
-        }
-    }
-    throw std::runtime_error("no free port");
-}
 
 /// Sends a message of several frames on a socket, waiting if need be.
 inline void sendMessage(zmq::socket_t& socket, const Message& frames) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FreePort.h"
+
 // What the publishing side's tests share: a publisher that lets a test look
 // inside and switch tracing on, a runtime with a recorder of its calls, free
 // ports, dealers that fail for real, and a raw subscriber that is not part of
@@ -111,35 +113,9 @@ inline KrinDaboTestHooks settledRegistration(KrinDaboTestHooks hooks = {}) {
     return hooks;
 }
 
-/// A TCP port on the loopback interface that nobody listens on right now.
-inline int freeLoopbackPort() {
-    // Below the kernel's ephemeral range (32768 and up): a socket that
-    // connects somewhere may be handed an ephemeral port as its own, and then
-    // a publisher could no longer bind it.
-    static std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<int> candidates(20000, 32000);
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const int port = candidates(random);
-        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        if (fd < 0) {
-            break;
-        }
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        const bool free = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-        ::close(fd);
-        if (free) {
-            return port;
-        }
-    }
-    throw std::runtime_error("no free port");
-}
-
 /// A topic URI on a port of its own.
 inline std::string freshTopicUri(const std::string& topic = "/lumo/publisher/test") {
-    return "krin.ps://127.0.0.1:" + std::to_string(freeLoopbackPort()) + topic;
+    return "krin.ps://127.0.0.1:" + std::to_string(lumo::test::freePort()) + topic;
 }
 
 /// A DEALER whose every send is a hard error: its context has been shut

@@ -88,7 +88,7 @@ protected:
 
 TEST_F(PublisherLifecycleTest, ConstructionComputesTopicFrameEndpointAndTypeHashAndLeavesItCreated) {
     auto dabo = recordedRuntime(calls);
-    const std::string port = std::to_string(lumo::test::freeLoopbackPort());
+    const std::string port = std::to_string(lumo::test::freePort());
     const std::string uri = "krin.ps://127.0.0.1:" + port + "/lumo/refpos";
     auto publisher = std::make_shared<RefPosPublisher>(uri, orlo::dabo::krin::detail::ps::QoSList{},
                                                        orlo::dabo::Dabo::Properties{}, dabo);

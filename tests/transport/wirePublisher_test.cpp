@@ -40,7 +40,7 @@ extern "C" orlo::dabo::ps::Subscriber<lumotypes::RefPos>* generated_krin_Subscri
 namespace {
 
 using namespace std::chrono_literals;
-using lumo::test::freeLoopbackPort;
+using lumo::test::freePort;
 using lumo::test::InspectablePublisher;
 using orlo::dabo::krin::detail::KrinDabo;
 using orlo::dabo::krin::detail::ps::createDataEntityInternal;
@@ -103,7 +103,7 @@ class WireTest : public ::testing::Test {
 protected:
     void SetUp() override {
         dabo = KrinDabo::create({});
-        uri = "krin.ps://127.0.0.1:" + std::to_string(freeLoopbackPort()) + topicPath;
+        uri = "krin.ps://127.0.0.1:" + std::to_string(freePort()) + topicPath;
         publisher = makePublisher();
         prober = makePublisher();
         peer = std::make_unique<RawSubscriber>(publisher->endpoint(), publisher->topicFrame());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/loader/PluginLoader.h"
+
 // Deterministic samples of every topic, made the same way in the publishing
 // helper and in the subscribing test, and a field-by-field comparison. Every
 // field gets a value of its own; sample i of a topic has arrays of length
@@ -21,26 +23,17 @@ namespace lumo::e2e {
 
 constexpr int samplesPerTopic = 3;
 
-/// The plug-in loaded as a host loads it.
-class Plugin {
-public:
-    explicit Plugin(const std::string& path) : handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
-    ~Plugin() = default;  // never unloaded: objects of it may outlive this handle
-    bool loaded() const { return handle != nullptr; }
-    template <typename F>
-    F symbol(const std::string& name) const {
-        return handle == nullptr ? nullptr : reinterpret_cast<F>(dlsym(handle, name.c_str()));
-    }
-
-private:
-    void* handle;
-};
+/// A symbol of the loaded plug-in as a function pointer of type `F`.
+template <typename F>
+F resolve(const lumo::tools::PluginLoader& plugin, const std::string& name) {
+    return reinterpret_cast<F>(plugin.symbol(name));
+}
 
 using CentErrorMaker = std::function<std::shared_ptr<lumotypes::CentError>()>;
 
 /// Makes CentError entities with the plug-in's exported data entity factory.
-inline CentErrorMaker centErrorMaker(const Plugin& plugin) {
-    auto factory = plugin.symbol<void* (*)()>("generated_krin_DataEntity_lumotypes_CentError");
+inline CentErrorMaker centErrorMaker(const lumo::tools::PluginLoader& plugin) {
+    auto factory = resolve<void* (*)()>(plugin, "generated_krin_DataEntity_lumotypes_CentError");
     return [factory] {
         // The topic part of an exported entity lies at the object's address.
         return std::shared_ptr<lumotypes::CentError>(static_cast<lumotypes::CentError*>(factory()));
