@@ -19,6 +19,11 @@ if(LUMO_SANITIZE_ADDRESS)
 elseif(LUMO_SANITIZE_THREAD)
   set(LUMO_SANITIZER_FLAGS -fsanitize=thread -fno-omit-frame-pointer)
 endif()
+# Fuzzers need coverage feedback from all the code they drive, not only their
+# own sources; the fuzzer's runtime itself is linked into the fuzz targets alone.
+if(LUMO_BUILD_FUZZERS)
+  list(APPEND LUMO_SANITIZER_FLAGS -fsanitize=fuzzer-no-link)
+endif()
 
 function(lumo_target_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra ${LUMO_SANITIZER_FLAGS})
@@ -26,6 +31,13 @@ function(lumo_target_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   if(LUMO_SANITIZER_FLAGS)
     target_link_options(${target} PRIVATE ${LUMO_SANITIZER_FLAGS})
+    # clang puts its sanitizer and fuzzer runtimes into executables only; a
+    # shared library leaves their symbols to the program that loads it, so
+    # the libraries' --no-undefined has to give way.
+    get_target_property(target_type ${target} TYPE)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND target_type MATCHES "SHARED_LIBRARY|MODULE_LIBRARY")
+      target_link_options(${target} PRIVATE -Wl,-z,undefs)
+    endif()
   endif()
 endfunction()
 

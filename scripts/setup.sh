@@ -11,6 +11,7 @@ packages=(
   liblog4cplus-dev
   liburiparser-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  clang libclang-rt-14-dev
 )
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
