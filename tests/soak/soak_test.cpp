@@ -1,0 +1,189 @@
+// Sustained load across processes: a publishing process (soakPublisher) and
+// this process as the subscriber, accounting for every sample_id. The length
+// and rate come from LUMO_SOAK_SECONDS and LUMO_SOAK_RATE (scripts/soak.sh
+// sets them for a long run; ctest runs a short one). Each test prints its
+// figures in a line that starts with "[soak]".
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "ChildProcess.h"
+#include "SequenceReader.h"
+#include "SoakTopic.h"
+#include "tools/loader/PluginLoader.h"
+
+namespace {
+
+using lumo::soak::Sample;
+using lumo::test::ChildProcess;
+
+long settingOf(const char* name, long fallback) {
+    const char* text = std::getenv(name);
+    return text != nullptr && *text != '\0' ? std::stol(text) : fallback;
+}
+
+struct Published {
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    unsigned long failed = 0;
+};
+
+Published parsePublished(const std::string& line) {
+    std::istringstream words(line);
+    std::string word;
+    Published published;
+    words >> word >> published.first >> published.last >> published.failed;
+    return published;
+}
+
+class SoakTest : public ::testing::Test {
+protected:
+    lumo::tools::PluginLoader& plugin() {
+        static lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+        return loaded;
+    }
+
+    std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>> queuedSubscriber() {
+        auto factory =
+            plugin().factory<std::remove_pointer_t<lumo::soak::SubscriberFactory>>("Subscriber", lumo::soak::topic);
+        return std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>>(
+            factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));
+    }
+
+    std::unique_ptr<orlo::dabo::ps::MrvSubscriber<Sample>> mostRecentSubscriber() {
+        auto factory = plugin().factory<std::remove_pointer_t<lumo::soak::MrvSubscriberFactory>>(
+            "MrvSubscriber", lumo::soak::topic);
+        return std::unique_ptr<orlo::dabo::ps::MrvSubscriber<Sample>>(
+            factory(lumo::soak::uriOf(port, lumo::soak::mrvPath), {}, {}, dabo));
+    }
+
+    std::unique_ptr<ChildProcess> startPublisher(int mrvSubscribers) {
+        auto publisher = std::make_unique<ChildProcess>(std::vector<std::string>{
+            LUMO_SOAK_PUBLISHER_PATH, LUMOTYPES_KRIN_PLUGIN_PATH, port, "1", "0", std::to_string(mrvSubscribers)});
+        EXPECT_EQ(publisher->awaitLine("joined"), "joined");
+        return publisher;
+    }
+
+    const long seconds = settingOf("LUMO_SOAK_SECONDS", 10);
+    const long rate = settingOf("LUMO_SOAK_RATE", 10000);
+    std::string port;
+    lumo::soak::Runtime dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+};
+
+TEST_F(SoakTest, SubscriberThatKeepsUpReceivesEverySampleOnceInOrderWithStableMemory) {
+    port = "28741";
+    auto subscriber = queuedSubscriber();
+    auto mostRecent = mostRecentSubscriber();
+    lumo::soak::SequenceReader reader(*subscriber);
+    auto publisher = startPublisher(1);
+    const unsigned long count = static_cast<unsigned long>(seconds * rate);
+    ASSERT_TRUE(publisher->send("publish " + std::to_string(count) + " " + std::to_string(rate)));
+
+    // Resident memory while the stream runs: the baseline once a quarter has
+    // arrived (buffers, pools and the allocator have settled by then), the
+    // highest value after it.
+    long baselineKiB = -1;
+    long peakKiB = -1;
+    std::string line;
+    const auto start = std::chrono::steady_clock::now();
+    while ((line = publisher->readLine(std::chrono::seconds(1))).empty()) {
+        const long now = lumo::test::residentKiB();
+        if (baselineKiB < 0 && reader.snapshot().received >= count / 4) {
+            baselineKiB = now;
+        }
+        if (baselineKiB >= 0) {
+            peakKiB = std::max(peakKiB, now);
+        }
+        ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(seconds * 4 + 120))
+            << "the publisher never finished";
+    }
+    const Published published = parsePublished(line);
+    ASSERT_EQ(published.last - published.first + 1, count) << line;
+    ASSERT_TRUE(reader.awaitId(published.last, std::chrono::seconds(60))) << "the last sample never arrived";
+    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const lumo::soak::SequenceAccount account = reader.snapshot();
+    const long endKiB = lumo::test::residentKiB();
+    peakKiB = std::max(peakKiB, endKiB);
+
+    const auto stored = mostRecent->readMostRecent(std::chrono::milliseconds(0));
+    std::set<std::uint32_t> storedIds;
+    for (const auto& sample : stored) {
+        storedIds.insert(sample->getSample_id());
+    }
+    const unsigned long mostRecentSent = (published.last / lumo::soak::mrvEvery) -
+                                         (published.first + lumo::soak::mrvEvery - 1) / lumo::soak::mrvEvery + 1;
+
+    std::cout << "[soak] keeping up: " << count << " samples at " << rate << "/s in " << elapsed << " s; received "
+              << account.received << ", lost " << account.lost << ", disordered " << account.disordered
+              << ", publish failures " << published.failed << "; resident memory " << baselineKiB
+              << " KiB at a quarter, peak " << peakKiB << " KiB after it; most-recent store " << stored.size()
+              << " elements for " << mostRecentSent << " samples" << std::endl;
+
+    EXPECT_EQ(published.failed, 0u);
+    EXPECT_EQ(account.first, published.first);
+    EXPECT_EQ(account.received, count);
+    EXPECT_EQ(account.lost, 0u);
+    EXPECT_EQ(account.disordered, 0u);
+    // The read queue gives its memory back: what the process holds after the
+    // first quarter stays within a bound that does not grow with the stream.
+    ASSERT_GT(baselineKiB, 0);
+    EXPECT_LT(peakKiB - baselineKiB, 64L * 1024) << "resident memory kept growing while the samples were read";
+    // The topic has no key, so the store keeps every sample: one element each.
+    EXPECT_EQ(stored.size(), mostRecentSent);
+    EXPECT_EQ(storedIds.size(), stored.size());
+
+    ASSERT_TRUE(publisher->send("quit"));
+    EXPECT_EQ(publisher->wait(), 0);
+    reader.stop();
+    subscriber->close();
+    mostRecent->close();
+}
+
+TEST_F(SoakTest, SubscriberThatCannotKeepUpCountsAndReportsItsLosses) {
+    port = "28742";
+    auto subscriber = queuedSubscriber();
+    // A notifier that holds the runtime's thread until the burst is out: the
+    // subscription socket fills and the publishing side drops what no longer fits.
+    std::promise<void> burstSent;
+    std::shared_future<void> released = burstSent.get_future().share();
+    auto stall = subscriber->subscribeAsync(orlo::dabo::ps::DataEventFilter<Sample>(),
+                                            [released](orlo::dabo::ps::Subscriber<Sample>&) { released.wait(); });
+    lumo::soak::SequenceReader reader(*subscriber);
+    auto publisher = startPublisher(0);
+    const unsigned long burst = 200000;
+    ASSERT_TRUE(publisher->send("publish " + std::to_string(burst) + " 0"));
+    const Published published = parsePublished(publisher->awaitLine("published", std::chrono::seconds(300)));
+    burstSent.set_value();
+    // One more sample closes the account: every id before it is received or lost.
+    ASSERT_TRUE(publisher->send("publish 1 0"));
+    const Published marker = parsePublished(publisher->awaitLine("published", std::chrono::seconds(60)));
+    ASSERT_TRUE(reader.awaitId(marker.last, std::chrono::seconds(60))) << "the closing sample never arrived";
+    const lumo::soak::SequenceAccount account = reader.snapshot();
+    const unsigned long sent = marker.last - published.first + 1;
+
+    std::cout << "[soak] stalled: " << sent << " samples sent at full speed while the subscriber was held; received "
+              << account.received << ", lost " << account.lost << " (counted from the gaps in sample_id), disordered "
+              << account.disordered << std::endl;
+
+    EXPECT_EQ(account.first, published.first);
+    EXPECT_GT(account.lost, 0u) << "the burst fitted into the buffers; nothing was lost";
+    EXPECT_EQ(account.received + account.lost, sent);
+    EXPECT_EQ(account.disordered, 0u);
+
+    ASSERT_TRUE(publisher->send("quit"));
+    EXPECT_EQ(publisher->wait(), 0);
+    reader.stop();
+    stall->close();
+    subscriber->close();
+}
+
+}  // namespace
