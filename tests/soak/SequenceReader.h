@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <climits>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -28,6 +29,9 @@ struct SequenceAccount {
     bool any = false;
     std::uint32_t first = 0;
     std::uint32_t last = 0;
+    /// Samples received with an id of at least `countFrom`.
+    std::uint32_t countFrom = UINT32_MAX;
+    unsigned long countedFrom = 0;
 
     void take(std::uint32_t id) {
         if (!any) {
@@ -41,6 +45,9 @@ struct SequenceAccount {
         }
         last = id;
         ++received;
+        if (id >= countFrom) {
+            ++countedFrom;
+        }
     }
 };
 
@@ -73,6 +80,12 @@ public:
     bool awaitMoreThan(unsigned long count, std::chrono::milliseconds limit) {
         std::unique_lock<std::mutex> lock(mutex);
         return changed.wait_for(lock, limit, [&] { return stopping || account.received > count; }) && !stopping;
+    }
+
+    /// From now on, counts the samples with an id of at least `id` apart.
+    void countFrom(std::uint32_t id) {
+        std::lock_guard<std::mutex> lock(mutex);
+        account.countFrom = id;
     }
 
     SequenceAccount snapshot() {
