@@ -45,7 +45,7 @@ field() { sed -n "s/.* $1=\([^ ]*\).*/\1/p"; }
 # The machine is shared and two processes contend for two cores, so single
 # runs scatter; the median of several is the figure.
 throughput_median() {
-  for ((k = 0; k < repeats; ++k)); do "$perf" throughput "$@"; done |
+  for ((k = 0; k < repeats; ++k)); do timeout 120 "$perf" throughput "$@" || true; done |
     awk '{ for (i = 1; i <= NF; ++i) if ($i ~ /^samples_per_s=/) { split($i, kv, "="); print kv[2], $0 } }' |
     sort -g | awk '{ line[NR] = $0 } END { l = line[int((NR + 1) / 2)]; sub(/^[^ ]* /, "", l); print l }'
 }
@@ -105,8 +105,8 @@ echo "== latency"
 printf '# size impl median p90 p99 max (round-trip halves, us)\n' > "$data/latency.txt"
 for size in "${latency_sizes[@]}"; do
   for impl in plugin raw; do
-    l=$("$perf" latency --impl "$impl" --size "$size" --round-trips "$round_trips" \
-        --latency-out "$data/latency-$impl-$size.txt")
+    l=$(timeout 120 "$perf" latency --impl "$impl" --size "$size" --round-trips "$round_trips" \
+        --latency-out "$data/latency-$impl-$size.txt" || true)
     echo "$l"
     echo "$size $impl $(echo "$l" | field median_us) $(echo "$l" | field p90_us) $(echo "$l" | field p99_us) $(echo "$l" | field max_us)" >> "$data/latency.txt"
   done
@@ -114,7 +114,7 @@ for size in "${latency_sizes[@]}"; do
   echo "$size ddsperf $(ddsperf_latency "$wb")" | tee -a "$data/latency.txt"
 done
 for mode in read poll notifier; do
-  l=$("$perf" latency --impl plugin --read "$mode" --size 1024 --round-trips "$round_trips")
+  l=$(timeout 120 "$perf" latency --impl plugin --read "$mode" --size 1024 --round-trips "$round_trips" || true)
   echo "$l"
   echo "1024 plugin-$mode $(echo "$l" | field median_us) $(echo "$l" | field p90_us) $(echo "$l" | field p99_us) $(echo "$l" | field max_us)" >> "$data/latency.txt"
 done

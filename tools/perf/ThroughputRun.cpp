@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <iostream>
 #include <sstream>
+#include <string>
+#include <thread>
 
 #include "tools/perf/PeerProcess.h"
 #include "tools/perf/Runs.h"
@@ -94,6 +96,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
         }
     } while (!subscriber.hasOutput());
     const std::string line = subscriber.readLine(std::chrono::seconds(10));
+    // Closing the subscriber's stdin ends it, also if it never got its samples.
     sender.reset();
     subscriber.finish();
     unsigned long received = 0;
@@ -118,6 +121,14 @@ int runThroughputSubscriber(const PerfOptions& options, const lumo::tools::Plugi
     auto dabo = orlo::dabo::krin::detail::KrinDabo::create({});
     Stopper stopper;
     Tally tally(options.warmupSeconds, options.seconds, stopper);
+    // The publisher closes this process's stdin when it gives up or is done.
+    std::thread publisherGone([&stopper] {
+        std::string ignored;
+        while (std::getline(std::cin, ignored)) {
+        }
+        stopper.stop();
+    });
+    publisherGone.detach();
     {
         auto receiver = makeReceiver(options, Endpoints{dabo, plugin}, options.portA, throughputTopic,
                                      [&tally](std::uint32_t id) { tally.take(id); });

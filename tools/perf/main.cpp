@@ -3,7 +3,7 @@
 // usual middleware performance tools. See PerfOptions.cpp for the usage.
 #include <unistd.h>
 
-#include <log4cplus/configurator.h>
+#include <log4cplus/consoleappender.h>
 #include <log4cplus/initializer.h>
 #include <log4cplus/logger.h>
 
@@ -36,10 +36,12 @@ int main(int argc, char* argv[]) {
         lumo::perf::printUsage(arguments.empty() ? std::cerr : std::cout);
         return arguments.empty() ? 2 : 0;
     }
-    // Warnings and errors of the plug-in and the runtime reach stderr; nothing
-    // below WARN is built, so logging costs the measured paths nothing.
+    // Warnings and errors of the plug-in and the runtime reach stderr, never
+    // stdout, which carries the results between the processes; nothing below
+    // WARN is built, so logging costs the measured paths nothing.
     log4cplus::Initializer logging;
-    log4cplus::BasicConfigurator::doConfigure();
+    log4cplus::SharedAppenderPtr toStderr(new log4cplus::ConsoleAppender(true));
+    log4cplus::Logger::getRoot().addAppender(toStderr);
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
     try {
         lumo::perf::PerfOptions options = lumo::perf::parseOptions(arguments);
