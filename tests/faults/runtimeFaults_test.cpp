@@ -137,8 +137,10 @@ TEST(RuntimeFaultsTest, HostDroppingDelegatorsWhileTheirSamplesAreDeliveredNeith
 }
 
 TEST(RuntimeFaultsTest, RuntimeReleasedByTheHostWhileEventsAreInFlightStopsItsThread) {
-    const int port = 28752;
     for (int round = 0; round < 10; ++round) {
+        // A port per round: ZeroMQ lets go of a closed endpoint's port in the
+        // background, so the next runtime could not bind it at once.
+        const int port = 28830 + round;
         ObservedRuntime runtime;
         {
             auto publisher = std::shared_ptr<orlo::dabo::ps::Publisher<Sample>>(

@@ -163,10 +163,17 @@ TEST_F(SoakTest, SubscriberThatCannotKeepUpCountsAndReportsItsLosses) {
     ASSERT_TRUE(publisher->send("publish " + std::to_string(burst) + " 0"));
     const Published published = parsePublished(publisher->awaitLine("published", std::chrono::seconds(300)));
     burstSent.set_value();
-    // One more sample closes the account: every id before it is received or lost.
-    ASSERT_TRUE(publisher->send("publish 1 0"));
-    const Published marker = parsePublished(publisher->awaitLine("published", std::chrono::seconds(60)));
-    ASSERT_TRUE(reader.awaitId(marker.last, std::chrono::seconds(60))) << "the closing sample never arrived";
+    // One more sample closes the account: every id before it is received or
+    // lost. While the socket drains the backlog it may be dropped as well,
+    // so it is sent again (with the next id) until one arrives.
+    Published marker;
+    bool closed = false;
+    for (int attempt = 0; attempt < 600 && !closed; ++attempt) {
+        ASSERT_TRUE(publisher->send("publish 1 0"));
+        marker = parsePublished(publisher->awaitLine("published", std::chrono::seconds(60)));
+        closed = reader.awaitId(marker.last, std::chrono::milliseconds(100));
+    }
+    ASSERT_TRUE(closed) << "no closing sample ever arrived";
     const lumo::soak::SequenceAccount account = reader.snapshot();
     const unsigned long sent = marker.last - published.first + 1;
 
