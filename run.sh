@@ -6,6 +6,14 @@ cd "$(dirname "$0")"
 
 what="${1:-demo}"
 shift || true
+# `./run.sh test --full` (and every CI run) adds the sanitizer and fuzz stages.
+full=false
+case "${CI:-}" in true | 1) full=true ;; esac
+args=()
+for arg in "$@"; do
+  if [ "$arg" = "--full" ]; then full=true; else args+=("$arg"); fi
+done
+set -- ${args[@]+"${args[@]}"}
 build_dir="${LUMO_BUILD_DIR:-build}"
 jobs="$(nproc)"
 
@@ -22,6 +30,9 @@ case "$what" in
     # Twice as many jobs as cores: several tests spend seconds waiting out
     # transport time-outs and overlap well.
     ctest --test-dir "$build_dir" --output-on-failure --parallel "$((jobs * 2))" "$@"
+    if [ "$full" = true ]; then
+      ./scripts/sanitizerStages.sh "$build_dir"
+    fi
     ;;
   *)
     echo "usage: $0 [demo|test] [arguments]" >&2
