@@ -118,7 +118,9 @@ int main(int argc, char** argv) {
     hooks.subscriptionObserver = [joins](const std::string&, bool subscribed, const std::string& filter) {
         joins->record(subscribed, filter);
     };
-    auto dabo = KrinDabo::create({}, hooks);
+    // Five seconds of a 20000-per-second stream fit into the endpoint's
+    // queue, so that a busy machine's scheduling pauses do not drop samples.
+    auto dabo = KrinDabo::create({{"krin.runtime.highWaterMark", "100000"}}, hooks);
     auto factory = plugin.factory<std::remove_pointer_t<lumo::soak::PublisherFactory>>("Publisher", lumo::soak::topic);
     std::shared_ptr<orlo::dabo::ps::Publisher<lumo::soak::Sample>> stream(
         factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));

@@ -76,11 +76,15 @@ protected:
     const long seconds = settingOf("LUMO_SOAK_SECONDS", 10);
     const long rate = settingOf("LUMO_SOAK_RATE", 10000);
     std::string port;
-    lumo::soak::Runtime dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+    lumo::soak::Runtime dabo;
 };
 
 TEST_F(SoakTest, SubscriberThatKeepsUpReceivesEverySampleOnceInOrderWithStableMemory) {
     port = "28741";
+    // Keeping up is a matter of the average rate: the subscription socket
+    // holds five seconds of the stream at 20000 samples per second, so that a
+    // busy machine's scheduling pauses do not count as falling behind.
+    dabo = orlo::dabo::krin::detail::KrinDabo::create({{"krin.runtime.highWaterMark", "100000"}});
     auto subscriber = queuedSubscriber();
     auto mostRecent = mostRecentSubscriber();
     lumo::soak::SequenceReader reader(*subscriber);
@@ -150,6 +154,8 @@ TEST_F(SoakTest, SubscriberThatKeepsUpReceivesEverySampleOnceInOrderWithStableMe
 
 TEST_F(SoakTest, SubscriberThatCannotKeepUpCountsAndReportsItsLosses) {
     port = "28742";
+    // The default high-water mark: a stalled subscriber overflows it quickly.
+    dabo = orlo::dabo::krin::detail::KrinDabo::create({});
     auto subscriber = queuedSubscriber();
     // A notifier that holds the runtime's thread until the burst is out: the
     // subscription socket fills and the publishing side drops what no longer fits.
@@ -159,7 +165,8 @@ TEST_F(SoakTest, SubscriberThatCannotKeepUpCountsAndReportsItsLosses) {
                                             [released](orlo::dabo::ps::Subscriber<Sample>&) { released.wait(); });
     lumo::soak::SequenceReader reader(*subscriber);
     auto publisher = startPublisher(0);
-    const unsigned long burst = 200000;
+    // Well beyond what the queues and the connection between them can hold.
+    const unsigned long burst = 400000;
     ASSERT_TRUE(publisher->send("publish " + std::to_string(burst) + " 0"));
     const Published published = parsePublished(publisher->awaitLine("published", std::chrono::seconds(300)));
     burstSent.set_value();
