@@ -2,6 +2,9 @@
 
 #include <climits>
 #include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 #include "KrinRuntime.h"
 #include "dabo/DaboException.h"
@@ -38,6 +41,46 @@ void observeCall(const KrinDaboTestHooks& hooks, const char* operation, bool han
     }
 }
 
+/// Event threads of runtimes whose last reference was dropped on that very
+/// thread, inside an event. Such a thread cannot wait for itself; it finishes
+/// tearing its runtime down on its own, and is joined here: by the next
+/// runtime released normally, and at the latest when the process exits, so
+/// that no runtime is still closing sockets while the process's statics (the
+/// logging library's among them) are destroyed.
+class SelfReleasedThreads {
+public:
+    static SelfReleasedThreads& instance() {
+        static SelfReleasedThreads threads;
+        return threads;
+    }
+
+    void adopt(std::thread thread) {
+        std::lock_guard<std::mutex> lock(mutex);
+        threads.push_back(std::move(thread));
+    }
+
+    void joinAll() {
+        std::vector<std::thread> taken;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            taken.swap(threads);
+        }
+        for (std::thread& thread : taken) {
+            if (thread.get_id() == std::this_thread::get_id()) {
+                adopt(std::move(thread));
+            } else if (thread.joinable()) {
+                thread.join();
+            }
+        }
+    }
+
+    ~SelfReleasedThreads() { joinAll(); }
+
+private:
+    std::mutex mutex;
+    std::vector<std::thread> threads;
+};
+
 }  // namespace
 
 std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties) {
@@ -68,10 +111,12 @@ KrinDabo::~KrinDabo() {
     runtime->requestStop();
     if (thread.get_id() == std::this_thread::get_id()) {
         // Released from inside an event: the thread cannot wait for itself.
-        // It closes everything when the event returns, then ends.
-        thread.detach();
+        // It closes everything when the event returns, then ends, and is
+        // joined later by another thread.
+        SelfReleasedThreads::instance().adopt(std::move(thread));
     } else {
         thread.join();
+        SelfReleasedThreads::instance().joinAll();
     }
 }
 
