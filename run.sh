@@ -15,6 +15,10 @@ for arg in "$@"; do
 done
 set -- ${args[@]+"${args[@]}"}
 build_dir="${LUMO_BUILD_DIR:-build}"
+# The compiler cache keys objects by paths relative to the clone, so another
+# clone of the project (CI's, for one) reuses what this one compiled.
+export CCACHE_BASEDIR="$PWD"
+export CCACHE_NOHASHDIR=true
 jobs="$(nproc)"
 
 ./scripts/setup.sh
