@@ -81,6 +81,11 @@ private:
     std::vector<std::thread> threads;
 };
 
+/// How long a caller waits for the runtime's thread to finish delivering the
+/// event that its call causes: as long as a publisher or subscriber waits for
+/// that event itself.
+constexpr std::chrono::milliseconds deliveryWait{5000};
+
 }  // namespace
 
 std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties) {
@@ -138,49 +143,55 @@ void KrinDabo::registerPublisher(const std::string& endpoint, const std::string&
     if (endpoint.rfind("tcp://", 0) != 0) {
         throw DaboException("Invalid endpoint '" + endpoint + "': not tcp://HOST:PORT");
     }
-    RuntimeCommand command{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr};
-    std::future<void> done;
-    const bool waitForRegistered =
-        runtime->hooks().registeredBeforeRegisterReturns && std::this_thread::get_id() != thread.get_id();
-    if (waitForRegistered) {
-        command.registrationDone = std::make_shared<std::promise<void>>();
-        done = command.registrationDone->get_future();
-    }
-    runtime->post(std::move(command));
-    if (waitForRegistered) {
-        done.wait();
-    }
+    post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
+         runtime->hooks().registered, runtime->hooks().registeredBeforeRegisterReturns);
 }
 
 void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
                                    std::weak_ptr<EventsHandler>& handler) {
     observeCall(runtime->hooks(), "unregisterPublisher", isEmpty(handler));
-    runtime->post(
-        RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr});
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
+         isEmpty(handler) ? EventDelivery::withheld() : runtime->hooks().unregistered, false);
 }
 
 void KrinDabo::registerSubscriber(const std::string& uri, const std::string& topicIdFrame,
                                   std::weak_ptr<EventsHandler>& handler) {
     observeCall(runtime->hooks(), "registerSubscriber", isEmpty(handler));
     const KrinTopicAddress address = parseKrinUri(uri, false, true);
-    RuntimeCommand command{
-        RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr, handler, nullptr};
-    std::future<void> done;
-    const bool waitForRegistered =
-        runtime->hooks().registeredBeforeRegisterReturns && std::this_thread::get_id() != thread.get_id();
-    if (waitForRegistered) {
-        command.registrationDone = std::make_shared<std::promise<void>>();
-        done = command.registrationDone->get_future();
-    }
-    runtime->post(std::move(command));
-    if (waitForRegistered) {
-        done.wait();
-    }
+    post(RuntimeCommand{RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr,
+                        handler, nullptr},
+         runtime->hooks().registered, runtime->hooks().registeredBeforeRegisterReturns);
 }
 
 void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
     observeCall(runtime->hooks(), "unregisterSubscriber", isEmpty(handler));
-    runtime->post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr});
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr},
+         isEmpty(handler) ? EventDelivery::withheld() : runtime->hooks().unregistered, false);
+}
+
+void KrinDabo::post(RuntimeCommand command, const EventDelivery& delivery, bool waitEvenIfDelayed) {
+    // A call whose event is delivered at once returns only when that delivery
+    // has returned too, so that the runtime's thread holds no reference to the
+    // caller's object any more: a host that drops the object right after the
+    // call then destroys it on its own thread, never on the runtime's while
+    // the host goes on (or ends). Not on the runtime's own thread, which
+    // would wait for itself, and never longer than a caller waits for the
+    // event anyway.
+    const bool immediate = delivery.mode == EventDelivery::Mode::Immediately;
+    const bool wait = (immediate || waitEvenIfDelayed) && std::this_thread::get_id() != thread.get_id();
+    std::future<void> done;
+    if (wait) {
+        command.registrationDone = std::make_shared<std::promise<void>>();
+        done = command.registrationDone->get_future();
+    }
+    runtime->post(std::move(command));
+    if (wait) {
+        if (waitEvenIfDelayed) {
+            done.wait();
+        } else {
+            done.wait_for(deliveryWait);
+        }
+    }
 }
 
 }  // namespace orlo::dabo::krin::detail

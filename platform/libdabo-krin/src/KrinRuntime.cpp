@@ -292,8 +292,9 @@ void KrinRuntime::dropSubscriber(zmq::socket_t* key) {
 
 void KrinRuntime::announce(const EventDelivery& delivery, const std::weak_ptr<EventsHandler>& handler,
                            const std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event,
-                           const std::shared_ptr<std::promise<void>>& done) {
-    auto waiting = done;
+                           std::shared_ptr<std::promise<void>>& done) {
+    // The caller's promise moves here, so that it is kept exactly once.
+    auto waiting = std::move(done);
     switch (delivery.mode) {
         case EventDelivery::Mode::Immediately: {
             const bool delivered = deliver(handler, socket, event);

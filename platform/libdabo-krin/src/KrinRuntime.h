@@ -92,7 +92,7 @@ private:
     /// Delivers now, later or never, as the hooks say.
     void announce(const EventDelivery& delivery, const std::weak_ptr<EventsHandler>& handler,
                   const std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event,
-                  const std::shared_ptr<std::promise<void>>& done);
+                  std::shared_ptr<std::promise<void>>& done);
     /// Calls the handler through a lock of its weak pointer; false if it is gone.
     bool deliver(const std::weak_ptr<EventsHandler>& handler, std::shared_ptr<zmq::socket_t> socket,
                  KrinDaboEvent event);

@@ -12,6 +12,7 @@
 namespace orlo::dabo::krin::detail {
 
 class KrinRuntime;
+struct RuntimeCommand;
 
 /// The per-process transport runtime: one ZeroMQ context and one event thread.
 ///
@@ -83,6 +84,10 @@ public:
 
 private:
     KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks);
+
+    /// Hands `command` to the runtime's thread; waits for the delivery of its
+    /// event when that is immediate, or in any case if `waitEvenIfDelayed`.
+    void post(RuntimeCommand command, const EventDelivery& delivery, bool waitEvenIfDelayed);
 
     orlo::dabo::Dabo::Properties properties;
     std::shared_ptr<KrinRuntime> runtime;
