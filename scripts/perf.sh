@@ -20,9 +20,11 @@ cmake --build "$build" --parallel 2 --target krin-perf entity_bench engine_bench
 
 if [ $quick -eq 1 ]; then
   sizes=(64 1024); latency_sizes=(1024); seconds=1; round_trips=500; modes_sizes=(1024); bench_time=0.05; repeats=1
+  cost_rate=50000
 else
   sizes=(64 256 1024 4096 16384 65536); latency_sizes=(64 1024 16384); seconds=3; round_trips=5000
   modes_sizes=(64 1024); bench_time=0.3; repeats=3
+  cost_rate=150000
 fi
 
 perf="$build/tools/krin-perf"
@@ -89,6 +91,39 @@ for size in "${sizes[@]}"; do
   c=$(ddsperf_throughput "$wb")
   echo "$p"; echo "$r"; echo "ddsperf size=$wb samples_per_s=$c"
   echo "$size $wb $(echo "$p" | field samples_per_s) $(echo "$r" | field samples_per_s) $c $(echo "$p" | field loss_pct) $(echo "$r" | field loss_pct)" >> "$data/throughput.txt"
+done
+
+# What one sample costs the machine when nothing is lost: all three offered the
+# same rate, which each of them sustains, so the CPU time of both processes per
+# sample compares the pipelines themselves, not how they shed load. The
+# plug-in's runtimes get queues deep enough for the bursts of the pacing.
+ddsperf_cost() {
+  local size=$1 log="$data/ddsperf-cost-sub-$1.log"
+  /usr/bin/time -f "%U %S %c %w" -o "$data/ddsperf-cost-sub-$1.time" \
+    ddsperf -D $((seconds + 2)) sub > "$log" 2>&1 &
+  local sub=$!
+  sleep 0.5
+  /usr/bin/time -f "%U %S %c %w" -o "$data/ddsperf-cost-pub-$1.time" \
+    ddsperf -D $((seconds + 1)) pub "${cost_rate}Hz" size "$size" > /dev/null 2>&1 || true
+  wait $sub || true
+  local samples
+  samples=$(sed -n 's/.* total \([0-9]*\) lost.*/\1/p' "$log" | tail -1)
+  cat "$data/ddsperf-cost-sub-$1.time" "$data/ddsperf-cost-pub-$1.time" | grep -E '^[0-9.]+ [0-9.]+ [0-9]+ [0-9]+$' |
+    awk -v n="${samples:-0}" '{ cpu += $1 + $2; sw += $3 + $4 }
+      END { if (n > 0) printf "%.3f %.4f\n", cpu * 1e6 / n, sw / n; else print "0 0" }'
+}
+
+echo "== cost per sample at ${cost_rate} samples/s"
+printf '# size impl cpu_us_per_sample switches_per_sample loss_pct\n' > "$data/cost.txt"
+for size in 64 1024; do
+  for impl in plugin raw; do
+    k=$(timeout 120 "$perf" throughput --impl "$impl" --size "$size" --seconds "$seconds" --rate "$cost_rate" \
+        -p krin.runtime.highWaterMark=20000 || true)
+    echo "$k"
+    echo "$size $impl $(echo "$k" | field cpu_us_per_sample) $(echo "$k" | field switches_per_sample) $(echo "$k" | field loss_pct)" >> "$data/cost.txt"
+  done
+  wb=$(wire_bytes "$size")
+  echo "$size ddsperf $(ddsperf_cost "$wb") 0" | tee -a "$data/cost.txt"
 done
 
 echo "== read modes"
@@ -201,6 +236,22 @@ MD
     [ "${size:0:1}" = "#" ] && continue
     echo "| $size | $wb | $p | $(awk -v p="$p" -v s="$size" 'BEGIN { printf "%.1f", p * s / 1e6 }') | $pl % | $r | $rl % | $c | $(ratio "$p" "$r") | $(ratio "$p" "$c") |"
   done < "$data/throughput.txt"
+  cat <<MD
+
+### Cost per sample at ${cost_rate} samples/s, nothing lost
+
+CPU time of both processes (all their threads, user and system) and context switches, divided
+by the samples sent; the publisher paced to ${cost_rate} samples/s, a rate all three sustain.
+This is the machine's price of one sample through each pipeline, independent of how each sheds
+load when flooded.
+
+| array bytes | side | CPU µs per sample | context switches per sample | lost | CPU / Cyclone |
+|---:|---|---:|---:|---:|---:|
+MD
+  while read -r size impl cpu sw loss; do
+    [ "${size:0:1}" = "#" ] && continue
+    echo "| $size | $impl | $cpu | $sw | $loss % | $(ratio "$cpu" "$(awk -v s="$size" '$1 == s && $2 == "ddsperf" { print $3 }' "$data/cost.txt")") |"
+  done < "$data/cost.txt"
   cat <<MD
 
 ### Read modes of the subscriber

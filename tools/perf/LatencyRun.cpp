@@ -63,7 +63,7 @@ int runPing(const PerfOptions& given, const std::string& self, const lumo::tools
     PerfOptions options = given;
     options.portA = freeLoopbackPort();
     options.portB = freeLoopbackPort();
-    JoinWatch joins;
+    JoinWatch joins(options.runtimeProperties);
     const Endpoints endpoints{joins.runtime(), plugin};
     Mailbox mailbox;
     auto sender = makeSender(options, endpoints, options.portA, pingTopic);
@@ -122,7 +122,7 @@ int runPing(const PerfOptions& given, const std::string& self, const lumo::tools
 }
 
 int runPong(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
-    JoinWatch joins;
+    JoinWatch joins(options.runtimeProperties);
     const Endpoints endpoints{joins.runtime(), plugin};
     auto sender = makeSender(options, endpoints, options.portB, pongTopic);
     Sender& answer = *sender;

@@ -38,12 +38,19 @@ PerfOptions parseOptions(const std::vector<std::string>& arguments) {
             options.seconds = std::stod(valueAfter(arguments, i));
         } else if (option == "--warmup") {
             options.warmupSeconds = std::stod(valueAfter(arguments, i));
+        } else if (option == "--rate") {
+            options.rate = std::stod(valueAfter(arguments, i));
         } else if (option == "--round-trips") {
             options.roundTrips = std::stol(valueAfter(arguments, i));
         } else if (option == "--latency-out") {
             options.latencyOut = valueAfter(arguments, i);
         } else if (option == "--plugin") {
             options.plugin = valueAfter(arguments, i);
+        } else if (option == "-p") {
+            const std::string& property = valueAfter(arguments, i);
+            const auto equals = property.find('=');
+            require(equals != std::string::npos && equals > 0, "-p needs KEY=VALUE");
+            options.runtimeProperties[property.substr(0, equals)] = property.substr(equals + 1);
         } else if (option == "--role") {
             options.role = valueAfter(arguments, i);
         } else if (option == "--ports") {
@@ -62,11 +69,12 @@ PerfOptions parseOptions(const std::vector<std::string>& arguments) {
             "--read is read, poll, listener or notifier");
     require(options.size % 4 == 0 && options.size <= 1024 * 1024, "--size is a multiple of 4, at most 1 MiB");
     require(options.seconds > 0 && options.roundTrips > 0, "--seconds and --round-trips must be positive");
+    require(options.rate >= 0, "--rate must not be negative");
     return options;
 }
 
 std::vector<std::string> peerArguments(const PerfOptions& options, const std::string& role) {
-    return {options.test,
+    std::vector<std::string> arguments{options.test,
             "--impl",
             options.impl,
             "--read",
@@ -83,6 +91,11 @@ std::vector<std::string> peerArguments(const PerfOptions& options, const std::st
             role,
             "--ports",
             std::to_string(options.portA) + "," + std::to_string(options.portB)};
+    for (const auto& property : options.runtimeProperties) {
+        arguments.push_back("-p");
+        arguments.push_back(property.first + "=" + property.second);
+    }
+    return arguments;
 }
 
 void printUsage(std::ostream& out) {
@@ -99,9 +112,13 @@ void printUsage(std::ostream& out) {
            "  --size BYTES        float array bytes per sample, 64 .. 65536 (default 1024)\n"
            "  --seconds S         measured time of a throughput run (default 3)\n"
            "  --warmup S          time not counted after the first sample (default 0.5)\n"
+           "  --rate N            samples per second the publisher offers (default 0: as\n"
+           "                      fast as it can)\n"
            "  --round-trips N     measured round trips of a latency run (default 5000)\n"
            "  --latency-out FILE  every round-trip half in microseconds, one a line\n"
            "  --plugin PATH       the plug-in to load\n"
+           "  -p KEY=VALUE        a property of the runtimes of both processes, e.g.\n"
+           "                      -p krin.runtime.highWaterMark=10000\n"
            "\n"
            "Prints one line: RESULT key=value ...\n";
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,12 +23,16 @@ struct PerfOptions {
     double seconds = 3.0;
     /// Seconds after the first sample that a throughput subscriber does not count.
     double warmupSeconds = 0.5;
+    /// Samples per second that a throughput publisher offers; 0: as fast as it can.
+    double rate = 0.0;
     /// Round trips of a latency run (after warm-up round trips).
     long roundTrips = 5000;
     /// Where a latency run writes every round-trip half in microseconds, one a line.
     std::string latencyOut;
     /// The plug-in to load.
     std::string plugin;
+    /// Properties of the runtimes of both processes (-p KEY=VALUE).
+    std::map<std::string, std::string> runtimeProperties;
 
     // Set on a peer process only.
     std::string role;

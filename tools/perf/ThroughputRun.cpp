@@ -1,4 +1,6 @@
 // Throughput: one publishing process, one subscribing process.
+#include <sys/resource.h>
+
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -76,12 +78,30 @@ private:
     Clock::time_point end;
 };
 
+/// CPU time and context switches of this process and of its reaped children.
+struct ProcessCost {
+    double cpuSeconds = 0.0;
+    long contextSwitches = 0;
+
+    static ProcessCost ofThisRun() {
+        ProcessCost cost;
+        for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+            rusage usage{};
+            ::getrusage(who, &usage);
+            cost.cpuSeconds += static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                               static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+            cost.contextSwitches += usage.ru_nvcsw + usage.ru_nivcsw;
+        }
+        return cost;
+    }
+};
+
 }  // namespace
 
 int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumo::tools::PluginLoader* plugin) {
     PerfOptions options = given;
     options.portA = freeLoopbackPort();
-    JoinWatch joins;
+    JoinWatch joins(options.runtimeProperties);
     const Endpoints endpoints{joins.runtime(), plugin};
     auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
     PeerProcess subscriber(self, peerArguments(options, "sub"));
@@ -90,9 +110,18 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
         return 3;
     }
     std::uint32_t id = 0;
+    // Paced in bursts of 64 against the clock, so that an offered rate holds
+    // on average without a sleep per sample.
+    constexpr int burst = 64;
+    const Clock::time_point paceStart = Clock::now();
     do {
-        for (int n = 0; n < 64; ++n) {
+        for (int n = 0; n < burst; ++n) {
             sender->send(id++);
+        }
+        if (options.rate > 0) {
+            const auto due = paceStart + std::chrono::duration_cast<Clock::duration>(
+                                             std::chrono::duration<double>(static_cast<double>(id) / options.rate));
+            std::this_thread::sleep_until(due);
         }
     } while (!subscriber.hasOutput());
     const std::string line = subscriber.readLine(std::chrono::seconds(10));
@@ -106,19 +135,24 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
         std::cerr << "krin-perf: the subscriber reported '" << line << "'" << std::endl;
         return 3;
     }
+    // Both processes together, over the whole run, per sample offered: what
+    // one sample costs the machine, whether or not the window counted it.
+    const ProcessCost cost = ProcessCost::ofThisRun();
+    const double perSent = id == 0 ? 0.0 : 1.0 / static_cast<double>(id);
     const double samplesPerSecond = static_cast<double>(received) * 1e9 / static_cast<double>(nanos);
     const double megabytesPerSecond = samplesPerSecond * static_cast<double>(options.size) / 1e6;
     std::printf(
         "RESULT test=throughput impl=%s read=%s size=%zu wire_bytes=%zu samples_per_s=%.0f mb_per_s=%.2f "
-        "received=%lu lost=%lu loss_pct=%.2f sent=%u\n",
+        "received=%lu lost=%lu loss_pct=%.2f sent=%u cpu_us_per_sample=%.3f switches_per_sample=%.4f\n",
         options.impl.c_str(), options.impl == "raw" ? "events" : options.readMode.c_str(), options.size,
         wireSizeOf(options.size), samplesPerSecond, megabytesPerSecond, received, lost,
-        received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost), id);
+        received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost), id,
+        cost.cpuSeconds * 1e6 * perSent, static_cast<double>(cost.contextSwitches) * perSent);
     return 0;
 }
 
 int runThroughputSubscriber(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
-    auto dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+    auto dabo = orlo::dabo::krin::detail::KrinDabo::create(options.runtimeProperties);
     Stopper stopper;
     Tally tally(options.warmupSeconds, options.seconds, stopper);
     // The publisher closes this process's stdin when it gives up or is done.

@@ -13,7 +13,7 @@ namespace lumo::perf {
 /// sending side starts only once its peer listens.
 class JoinWatch {
 public:
-    JoinWatch() {
+    explicit JoinWatch(const orlo::dabo::Dabo::Properties& properties) {
         orlo::dabo::krin::detail::KrinDaboTestHooks hooks;
         hooks.subscriptionObserver = [this](const std::string&, bool subscribed, const std::string&) {
             {
@@ -22,7 +22,7 @@ public:
             }
             changed.notify_all();
         };
-        dabo = orlo::dabo::krin::detail::KrinDabo::create({}, hooks);
+        dabo = orlo::dabo::krin::detail::KrinDabo::create(properties, hooks);
     }
     const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime() const { return dabo; }
 

@@ -1,0 +1,112 @@
+// krin-perf as a user runs it: each run starts its own peer process, prints
+// one RESULT line, and refuses bad options before it measures anything.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ToolProcess.h"
+
+#ifndef LUMO_PERF_PATH
+#error "LUMO_PERF_PATH must name krin-perf"
+#endif
+#ifndef LUMOTYPES_KRIN_PLUGIN_PATH
+#error "LUMOTYPES_KRIN_PLUGIN_PATH must name the plug-in"
+#endif
+
+namespace {
+
+using lumo::test::ToolProcess;
+using namespace std::chrono_literals;
+
+/// The key=value fields of the RESULT line of `out`; empty if there is none.
+std::map<std::string, std::string> resultOf(const std::string& out) {
+    std::map<std::string, std::string> fields;
+    for (const std::string& line : lumo::test::linesOf(out)) {
+        if (line.rfind("RESULT ", 0) != 0) {
+            continue;
+        }
+        std::istringstream words(line.substr(7));
+        for (std::string word; words >> word;) {
+            const auto equals = word.find('=');
+            if (equals != std::string::npos) {
+                fields[word.substr(0, equals)] = word.substr(equals + 1);
+            }
+        }
+    }
+    return fields;
+}
+
+double number(const std::map<std::string, std::string>& fields, const std::string& key) {
+    const auto found = fields.find(key);
+    return found == fields.end() ? -1.0 : std::stod(found->second);
+}
+
+std::vector<std::string> shortThroughput(const std::string& impl) {
+    // A low offered rate and deep queues: the run proves that samples travel
+    // and are accounted for, not how fast they can go.
+    return {"throughput", "--impl", impl, "--size", "64", "--seconds", "0.3", "--warmup", "0.1",
+            "--rate", "20000", "-p", "krin.runtime.highWaterMark=20000", "--plugin", LUMOTYPES_KRIN_PLUGIN_PATH};
+}
+
+void expectAnAccountedThroughputRun(const std::string& impl) {
+    ToolProcess perf(LUMO_PERF_PATH, shortThroughput(impl));
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    const auto result = resultOf(perf.out());
+    ASSERT_FALSE(result.empty()) << perf.out();
+    EXPECT_EQ(result.at("impl"), impl);
+    EXPECT_GT(number(result, "received"), 0);
+    EXPECT_GT(number(result, "samples_per_s"), 0);
+    // Every sample counted as received or lost was sent first.
+    EXPECT_GE(number(result, "sent"), number(result, "received") + number(result, "lost"));
+    EXPECT_GT(number(result, "cpu_us_per_sample"), 0);
+    EXPECT_GE(number(result, "switches_per_sample"), 0);
+}
+
+TEST(KrinPerf, ThroughputThroughThePlugInCountsWhatArrivedAndWhatEachSampleCost) {
+    expectAnAccountedThroughputRun("plugin");
+}
+
+TEST(KrinPerf, ThroughputOfTheRawPipelineCountsWhatArrivedAndWhatEachSampleCost) {
+    expectAnAccountedThroughputRun("raw");
+}
+
+TEST(KrinPerf, LatencyRunReportsEveryRoundTripWithOrderedPercentiles) {
+    ToolProcess perf(LUMO_PERF_PATH, {"latency", "--impl", "plugin", "--size", "64", "--round-trips", "200",
+                                      "--plugin", LUMOTYPES_KRIN_PLUGIN_PATH});
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    const auto result = resultOf(perf.out());
+    ASSERT_FALSE(result.empty()) << perf.out();
+    EXPECT_EQ(number(result, "round_trips"), 200);
+    EXPECT_EQ(number(result, "timed_out"), 0);
+    EXPECT_GT(number(result, "median_us"), 0);
+    EXPECT_LE(number(result, "median_us"), number(result, "p90_us"));
+    EXPECT_LE(number(result, "p90_us"), number(result, "p99_us"));
+    EXPECT_LE(number(result, "p99_us"), number(result, "max_us"));
+}
+
+TEST(KrinPerf, NegativeRateIsRefusedWithUsage) {
+    ToolProcess perf(LUMO_PERF_PATH, {"throughput", "--rate", "-1"});
+    EXPECT_EQ(perf.wait(30s), 2);
+    EXPECT_NE(perf.err().find("--rate must not be negative"), std::string::npos) << perf.err();
+    EXPECT_NE(perf.err().find("Usage: krin-perf"), std::string::npos);
+}
+
+TEST(KrinPerf, PropertyWithoutEqualsSignIsRefusedWithUsage) {
+    ToolProcess perf(LUMO_PERF_PATH, {"throughput", "-p", "krin.runtime.highWaterMark"});
+    EXPECT_EQ(perf.wait(30s), 2);
+    EXPECT_NE(perf.err().find("-p needs KEY=VALUE"), std::string::npos) << perf.err();
+}
+
+TEST(KrinPerf, PropertyTheRuntimeRefusesEndsTheRunWithTheRuntimesReason) {
+    ToolProcess perf(LUMO_PERF_PATH, {"throughput", "--impl", "raw", "-p", "krin.runtime.highWaterMark=-5"});
+    EXPECT_EQ(perf.wait(30s), 1);
+    EXPECT_NE(perf.err().find("Property krin.runtime.highWaterMark has value '-5', which is not a message count"),
+              std::string::npos)
+        << perf.err();
+    EXPECT_EQ(resultOf(perf.out()).size(), 0u);
+}
+
+}  // namespace
