@@ -2,6 +2,9 @@
 // themselves with a server key pair, and only subscribers that hold its
 // public key complete the handshake. Subscribers without it, or with another
 // server's key, receive nothing, and their attempts disturb nobody else.
+// With a list of authorized keys the publishing runtime authenticates the
+// subscribers in turn: only the listed ones are admitted, in this process and
+// from others, and each refusal is logged with the refused key.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +16,10 @@
 #include <vector>
 #include <zmq.hpp>
 
+#include "ChildProcess.h"
+#include "FreePort.h"
 #include "HostFactories.h"
+#include "LogWatch.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/util/DaboUtil.h"
@@ -90,14 +96,26 @@ bool publishUntilReceived(orlo::dabo::ps::Publisher<Sample>& publisher, orlo::da
     return false;
 }
 
+/// A subscribing runtime that holds the server's public key and `client`.
+Runtime clientRuntime(const std::string& serverPublicKey, const KeyPair& client) {
+    return KrinDabo::create({{"krin.runtime.curve.serverPublicKey", serverPublicKey},
+                             {"krin.runtime.curve.publicKey", client.publicKey},
+                             {"krin.runtime.curve.secretKey", client.secretKey}});
+}
+
 class CurveTransportTest : public ::testing::Test {
 protected:
-    Runtime publishingRuntime(const KeyPair& server) {
+    /// `authorizedKeys`: the property's text, or "" to leave it out.
+    Runtime publishingRuntime(const KeyPair& server, const std::string& authorizedKeys = "") {
         KrinDaboTestHooks hooks;
         hooks.subscriptionObserver = [this](const std::string&, bool subscribed, const std::string& filter) {
             joins.record(subscribed, filter);
         };
-        return KrinDabo::create({{"krin.runtime.curve.serverSecretKey", server.secretKey}}, hooks);
+        orlo::dabo::Dabo::Properties properties{{"krin.runtime.curve.serverSecretKey", server.secretKey}};
+        if (!authorizedKeys.empty()) {
+            properties["krin.runtime.curve.authorizedKeys"] = authorizedKeys;
+        }
+        return KrinDabo::create(properties, hooks);
     }
 
     Joins joins;
@@ -174,6 +192,135 @@ TEST_F(CurveTransportTest, PlainZeroMqSubscriberAtAnAuthenticatingEndpointReceiv
     EXPECT_FALSE(intruder.recv(frame, zmq::recv_flags::dontwait));
     EXPECT_EQ(joins.count(frameOf(path)), 1);
     subscriber->close();
+    publisher->close();
+}
+
+std::string refusalOf(const KeyPair& client) {
+    return "Refused subscriber with CURVE public key " + client.publicKey +
+           " from 127.0.0.1: the key is not in krin.runtime.curve.authorizedKeys";
+}
+
+TEST_F(CurveTransportTest, SubscribersWhoseKeysAreListedAreAdmittedAndReceive) {
+    const std::string path = "/security/curve/listed";
+    const std::string port = std::to_string(lumo::test::freePort());
+    const KeyPair first = newKeyPair();
+    const KeyPair second = newKeyPair();
+    // Commas, white space and both between keys.
+    auto publishing = publishingRuntime(server, " " + first.publicKey + ",\n\t" + second.publicKey + " ");
+    auto publisher = lumo::security::publisherOf<Sample>("Dummy", "krin.ps://*:" + port + path, {}, publishing);
+    const std::string uri = "krin.ps://127.0.0.1:" + port + path;
+    auto firstRuntime = clientRuntime(server.publicKey, first);
+    auto secondRuntime = clientRuntime(server.publicKey, second);
+    auto firstSubscriber = lumo::security::subscriberOf<Sample>("Dummy", uri, {}, firstRuntime);
+    auto secondSubscriber = lumo::security::subscriberOf<Sample>("Dummy", uri, {}, secondRuntime);
+    ASSERT_TRUE(joins.await(frameOf(path), 2));
+    EXPECT_TRUE(publishUntilReceived(*publisher, *firstSubscriber));
+    EXPECT_TRUE(publishUntilReceived(*publisher, *secondSubscriber));
+    firstSubscriber->close();
+    secondSubscriber->close();
+    publisher->close();
+}
+
+TEST_F(CurveTransportTest, UnlistedSubscriberWithTheServersKeyIsRefusedWithAWarningWhileAListedOneGoesOnReceiving) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    const std::string path = "/security/curve/unlisted";
+    const std::string port = std::to_string(lumo::test::freePort());
+    const KeyPair listed = newKeyPair();
+    const KeyPair unlisted = newKeyPair();
+    auto publishing = publishingRuntime(server, listed.publicKey);
+    auto publisher = lumo::security::publisherOf<Sample>("Dummy", "krin.ps://*:" + port + path, {}, publishing);
+    const std::string uri = "krin.ps://127.0.0.1:" + port + path;
+
+    auto listedRuntime = clientRuntime(server.publicKey, listed);
+    auto listedSubscriber = lumo::security::subscriberOf<Sample>("Dummy", uri, {}, listedRuntime);
+    ASSERT_TRUE(joins.await(frameOf(path), 1));
+    ASSERT_TRUE(publishUntilReceived(*publisher, *listedSubscriber));
+
+    // It holds the server's public key, so the handshake gets as far as the
+    // check of its own key.
+    auto unlistedRuntime = clientRuntime(server.publicKey, unlisted);
+    auto unlistedSubscriber = lumo::security::subscriberOf<Sample>("Dummy", uri, {}, unlistedRuntime);
+    auto unlistedStore = lumo::security::mrvSubscriberOf<Sample>("Dummy", uri, {}, unlistedRuntime);
+    // Its two sockets, one for each subscriber, are refused one by one.
+    ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey, 2));
+
+    EXPECT_TRUE(publishUntilReceived(*publisher, *listedSubscriber));
+    EXPECT_EQ(joins.count(frameOf(path)), 1);
+    EXPECT_TRUE(unlistedSubscriber->read(0).empty());
+    EXPECT_TRUE(unlistedStore->readMostRecent(std::chrono::milliseconds(0)).empty());
+    // One line per refused connection: ZeroMQ does not try again after a refusal.
+    EXPECT_EQ(log.lines(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey),
+              (std::vector<std::string>{refusalOf(unlisted), refusalOf(unlisted)}));
+    EXPECT_TRUE(log.lines(log4cplus::WARN_LOG_LEVEL, listed.publicKey).empty());
+
+    unlistedSubscriber->close();
+    unlistedStore->close();
+    listedSubscriber->close();
+    publisher->close();
+}
+
+TEST_F(CurveTransportTest, SubscriberWithAFreshKeyPairIsRefusedWhereKeysAreListed) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    const std::string path = "/security/curve/fresh";
+    const std::string port = std::to_string(lumo::test::freePort());
+    const KeyPair listed = newKeyPair();
+    auto publishing = publishingRuntime(server, listed.publicKey);
+    auto publisher = lumo::security::publisherOf<Sample>("Dummy", "krin.ps://*:" + port + path, {}, publishing);
+    const std::string uri = "krin.ps://127.0.0.1:" + port + path;
+    auto freshRuntime = KrinDabo::create({{"krin.runtime.curve.serverPublicKey", server.publicKey}});
+    auto fresh = lumo::security::subscriberOf<Sample>("Dummy", uri, {}, freshRuntime);
+    ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "Refused subscriber with CURVE public key "));
+
+    auto listedRuntime = clientRuntime(server.publicKey, listed);
+    auto listedSubscriber = lumo::security::subscriberOf<Sample>("Dummy", uri, {}, listedRuntime);
+    ASSERT_TRUE(joins.await(frameOf(path), 1));
+    ASSERT_TRUE(publishUntilReceived(*publisher, *listedSubscriber));
+    EXPECT_TRUE(fresh->read(0).empty());
+    EXPECT_EQ(joins.count(frameOf(path)), 1);
+    fresh->close();
+    listedSubscriber->close();
+    publisher->close();
+}
+
+TEST_F(CurveTransportTest, OnlyTheListedSubscriberProcessReceivesFromAnAuthenticatingProcess) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    const std::string path = "/security/curve/processes";
+    const std::string port = std::to_string(lumo::test::freePort());
+    const KeyPair listed = newKeyPair();
+    const KeyPair unlisted = newKeyPair();
+    auto publishing = publishingRuntime(server, listed.publicKey);
+    auto publisher = lumo::security::publisherOf<Sample>("Dummy", "krin.ps://*:" + port + path, {}, publishing);
+    const std::string uri = "krin.ps://127.0.0.1:" + port + path;
+
+    lumo::test::ChildProcess listedProcess(
+        {LUMO_CURVE_SUBSCRIBER_PATH, LUMOTYPES_KRIN_PLUGIN_PATH, uri, server.publicKey, listed.publicKey, listed.secretKey});
+    lumo::test::ChildProcess unlistedProcess({LUMO_CURVE_SUBSCRIBER_PATH, LUMOTYPES_KRIN_PLUGIN_PATH, uri,
+                                              server.publicKey, unlisted.publicKey, unlisted.secretKey});
+    ASSERT_EQ(listedProcess.awaitLine("registered"), "registered");
+    ASSERT_EQ(unlistedProcess.awaitLine("registered"), "registered");
+    ASSERT_TRUE(joins.await(frameOf(path), 1));
+    ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey));
+
+    // Samples go out until the listed process has one.
+    auto sample = publisher->createDataEntity();
+    sample->setDummy_param(lumotypes::TEL_M5);
+    bool received = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!received && std::chrono::steady_clock::now() < deadline) {
+        publisher->publish(*sample, std::chrono::milliseconds(1000));
+        received = listedProcess.readLine(std::chrono::milliseconds(100)) == "received";
+    }
+    ASSERT_TRUE(received);
+    ASSERT_TRUE(unlistedProcess.send("report"));
+    EXPECT_EQ(unlistedProcess.awaitLine("samples"), "samples 0");
+    EXPECT_EQ(joins.count(frameOf(path)), 1);
+    EXPECT_EQ(log.lines(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey),
+              std::vector<std::string>{refusalOf(unlisted)});
+
+    ASSERT_TRUE(listedProcess.send("quit"));
+    ASSERT_TRUE(unlistedProcess.send("quit"));
+    EXPECT_EQ(listedProcess.wait(), 0);
+    EXPECT_EQ(unlistedProcess.wait(), 0);
     publisher->close();
 }
 

@@ -144,4 +144,87 @@ TEST(FactoryInputTest, RuntimeRefusesAClientKeyPairThatIsIncompleteOrHasNoServer
               "publishers' runtime");
 }
 
+TEST(FactoryInputTest, RuntimeRefusesAnAuthorizedKeyListWithAnEntryThatIsNotAKeyNamingOnlyItsPlace) {
+    char serverPublic[41];
+    char serverSecret[41];
+    char clientPublic[41];
+    char clientSecret[41];
+    ASSERT_EQ(zmq_curve_keypair(serverPublic, serverSecret), 0);
+    ASSERT_EQ(zmq_curve_keypair(clientPublic, clientSecret), 0);
+    const auto withList = [&](const std::string& list) {
+        return refusal([&] {
+            KrinDabo::create(
+                {{"krin.runtime.curve.serverSecretKey", serverSecret}, {"krin.runtime.curve.authorizedKeys", list}});
+        });
+    };
+    const std::string notAKey = "not-a-key-but-secret";
+    const std::string text = withList(notAKey);
+    EXPECT_EQ(text,
+              "Property krin.runtime.curve.authorizedKeys is not a list of CURVE keys: entry 1 is not 40 characters "
+              "of Z85 text");
+    EXPECT_EQ(text.find(notAKey), std::string::npos);
+    // The second entry: a key with one character too many.
+    EXPECT_EQ(withList(std::string(clientPublic) + ", " + clientSecret + "x"),
+              "Property krin.runtime.curve.authorizedKeys is not a list of CURVE keys: entry 2 is not 40 characters "
+              "of Z85 text");
+    // Forty characters, but not Z85 ('"' is outside its alphabet).
+    EXPECT_EQ(withList(std::string(clientPublic) + "\n" + std::string(40, '"')),
+              "Property krin.runtime.curve.authorizedKeys is not a list of CURVE keys: entry 2 is not 40 characters "
+              "of Z85 text");
+    // Keys run together without a separator.
+    EXPECT_EQ(withList(std::string(clientPublic) + serverPublic),
+              "Property krin.runtime.curve.authorizedKeys is not a list of CURVE keys: entry 1 is not 40 characters "
+              "of Z85 text");
+}
+
+TEST(FactoryInputTest, RuntimeRefusesAnAuthorizedKeyListWithoutKeys) {
+    char serverPublic[41];
+    char serverSecret[41];
+    ASSERT_EQ(zmq_curve_keypair(serverPublic, serverSecret), 0);
+    for (const std::string list : {"", " ", ", ,\n"}) {
+        EXPECT_EQ(refusal([&] {
+                      KrinDabo::create({{"krin.runtime.curve.serverSecretKey", serverSecret},
+                                        {"krin.runtime.curve.authorizedKeys", list}});
+                  }),
+                  "Property krin.runtime.curve.authorizedKeys lists no CURVE key")
+            << "'" << list << "'";
+    }
+}
+
+TEST(FactoryInputTest, RuntimeRefusesAnAuthorizedKeyListWithoutAServerSecretKey) {
+    char clientPublic[41];
+    char clientSecret[41];
+    ASSERT_EQ(zmq_curve_keypair(clientPublic, clientSecret), 0);
+    EXPECT_EQ(refusal([&] { KrinDabo::create({{"krin.runtime.curve.authorizedKeys", clientPublic}}); }),
+              "Property krin.runtime.curve.authorizedKeys requires krin.runtime.curve.serverSecretKey");
+    // A subscribing runtime's keys are no server key.
+    char serverPublic[41];
+    char serverSecret[41];
+    ASSERT_EQ(zmq_curve_keypair(serverPublic, serverSecret), 0);
+    EXPECT_EQ(refusal([&] {
+                  KrinDabo::create({{"krin.runtime.curve.serverPublicKey", serverPublic},
+                                    {"krin.runtime.curve.authorizedKeys", clientPublic}});
+              }),
+              "Property krin.runtime.curve.authorizedKeys requires krin.runtime.curve.serverSecretKey");
+}
+
+TEST(FactoryInputTest, RuntimeAcceptsAuthorizedKeysSeparatedByCommasAndWhiteSpace) {
+    char serverPublic[41];
+    char serverSecret[41];
+    char first[41];
+    char second[41];
+    char third[41];
+    char secret[41];
+    ASSERT_EQ(zmq_curve_keypair(serverPublic, serverSecret), 0);
+    ASSERT_EQ(zmq_curve_keypair(first, secret), 0);
+    ASSERT_EQ(zmq_curve_keypair(second, secret), 0);
+    ASSERT_EQ(zmq_curve_keypair(third, secret), 0);
+    const std::string list = std::string("\t") + first + "," + second + " ,\n " + third + ",";
+    EXPECT_EQ(refusal([&] {
+                  KrinDabo::create(
+                      {{"krin.runtime.curve.serverSecretKey", serverSecret}, {"krin.runtime.curve.authorizedKeys", list}});
+              }),
+              "");
+}
+
 }  // namespace

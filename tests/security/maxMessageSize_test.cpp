@@ -1,21 +1,30 @@
 // A hostile peer that sends a message larger than the runtime allows: ZeroMQ
-// refuses it as soon as its size is announced, before storing it, and treats
-// the peer as broken: that subscription's connection to the peer is closed
-// for good. The message never reaches a subscriber and cannot exhaust memory;
-// the runtime's other subscribers, and new subscriptions to the same peer,
-// are not disturbed.
+// refuses it as soon as its size is announced, before storing it, and drops
+// the connection to that peer. The message never reaches a subscriber and
+// cannot exhaust memory; the runtime says so at ERROR, connects the
+// subscriber afresh, and its later messages that fit arrive. The runtime's
+// other subscribers, and new subscriptions to the same peer, are not
+// disturbed. The same holds for a hostile subscriber at a publishing
+// runtime's endpoint.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
+#include <zmq.hpp>
 
+#include "FreePort.h"
 #include "HostFactories.h"
+#include "LogWatch.h"
 #include "WirePeer.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/ps/DataEventFilter.h"
 
 namespace {
@@ -23,6 +32,7 @@ namespace {
 using lumo::security::Runtime;
 using lumo::test::WirePeer;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using Sample = lumotypes::HokuTopicIn;
 
 constexpr std::uint32_t hokuTopicInTypeHash = 0xE043B579u;
@@ -135,6 +145,131 @@ TEST(MaxMessageSizeTest, WithoutTheLimitALargeMessageArrives) {
     ASSERT_TRUE(sendUntilReceived(peer, path, *subscriber, 2, seen));
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 666u), 1);
     subscriber->close();
+}
+
+std::string droppedLine(const std::string& endpoint) {
+    return "Connection to " + endpoint + " dropped: a message above krin.runtime.maxMessageSize=" +
+           std::to_string(limitBytes) + " bytes, or the peer went away";
+}
+
+TEST(MaxMessageSizeTest, OversizeMessageIsLoggedAsAnErrorAndTheSubscriberReceivesTheNextOneThatFits) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    const Runtime dabo = KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}});
+    WirePeer hostile;
+    const std::string path = "/security/oversizeLogged";
+    auto subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", hostile.uri(path), {}, dabo);
+    std::vector<std::uint32_t> seen;
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 1, seen));
+
+    hostile.send(message(path, 666, 16 * 1024));
+    ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, droppedLine(hostile.endpoint())));
+    // The same subscriber, not a new one: its connection was made again.
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 2, seen));
+
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 666u), 0) << "the oversize sample was delivered";
+    EXPECT_EQ(log.lines(log4cplus::ERROR_LOG_LEVEL), std::vector<std::string>{droppedLine(hostile.endpoint())});
+    subscriber->close();
+}
+
+TEST(MaxMessageSizeTest, SubscriberCutOffAgainAndAgainByOversizeMessagesIsConnectedAfreshEachTime) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    const Runtime dabo = KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}});
+    WirePeer hostile;
+    const std::string path = "/security/oversizeRepeated";
+    auto subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", hostile.uri(path), {}, dabo);
+    std::vector<std::uint32_t> seen;
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 1, seen));
+    for (std::size_t round = 1; round <= 3; ++round) {
+        hostile.send(message(path, 666, 16 * 1024));
+        ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, droppedLine(hostile.endpoint()), round)) << round;
+        ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, static_cast<std::uint32_t>(round + 1), seen))
+            << round;
+    }
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 666u), 0);
+    subscriber->close();
+}
+
+TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOtherSubscribersGoOnReceiving) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    std::mutex joinedMutex;
+    std::condition_variable joinedChanged;
+    int joined = 0;
+    KrinDaboTestHooks hooks;
+    hooks.subscriptionObserver = [&](const std::string&, bool subscribed, const std::string&) {
+        {
+            std::lock_guard<std::mutex> lock(joinedMutex);
+            joined += subscribed ? 1 : 0;
+        }
+        joinedChanged.notify_all();
+    };
+    const Runtime publishing =
+        KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}}, hooks);
+    const std::string port = std::to_string(lumo::test::freePort());
+    const std::string path = "/security/oversizeSubscription";
+    auto publisher = lumo::security::publisherOf<lumotypes::Dummy>("Dummy", "krin.ps://127.0.0.1:" + port + path, {},
+                                                          publishing);
+    const Runtime subscribing = KrinDabo::create({});
+    auto subscriber =
+        lumo::security::subscriberOf<lumotypes::Dummy>("Dummy", "krin.ps://127.0.0.1:" + port + path, {}, subscribing);
+    {
+        std::unique_lock<std::mutex> lock(joinedMutex);
+        ASSERT_TRUE(joinedChanged.wait_for(lock, std::chrono::seconds(30), [&] { return joined >= 1; }));
+    }
+
+    // A subscription is a message from the subscriber: this one is 8 KiB.
+    zmq::context_t context(1);
+    zmq::socket_t intruder(context, zmq::socket_type::sub);
+    intruder.set(zmq::sockopt::linger, 0);
+    intruder.set(zmq::sockopt::subscribe, std::string(2 * limitBytes, 'x'));
+    intruder.connect("tcp://127.0.0.1:" + port);
+    ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, "Connection of a subscriber at tcp://127.0.0.1:" + port +
+                                                          " dropped: a message above krin.runtime.maxMessageSize=" +
+                                                          std::to_string(limitBytes) + " bytes, or the peer went away"));
+
+    auto sample = publisher->createDataEntity();
+    sample->setDummy_param(lumotypes::TEL_M5);
+    bool received = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!received && std::chrono::steady_clock::now() < deadline) {
+        publisher->publish(*sample, std::chrono::milliseconds(1000));
+        std::vector<std::shared_ptr<orlo::dabo::ps::DataEvent<lumotypes::Dummy>>> events;
+        received = subscriber->readDataEvents(orlo::dabo::ps::DataEventFilter<lumotypes::Dummy>(), events, 100,
+                                              std::chrono::milliseconds(100)) > 0;
+    }
+    EXPECT_TRUE(received);
+    {
+        std::lock_guard<std::mutex> lock(joinedMutex);
+        EXPECT_EQ(joined, 1) << "the oversize subscription was taken";
+    }
+    subscriber->close();
+    publisher->close();
+}
+
+TEST(MaxMessageSizeTest, PeerThatGoesAwayIsLoggedOnlyWhileALimitIsSet) {
+    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    const std::string path = "/security/peerGone";
+    std::vector<std::uint32_t> seen;
+    // Without a limit nothing watches the connections.
+    const Runtime unlimited = KrinDabo::create({});
+    auto unwatchedPeer = std::make_unique<WirePeer>();
+    const std::string unwatchedEndpoint = unwatchedPeer->endpoint();
+    auto unwatched = lumo::security::subscriberOf<Sample>("HokuTopicIn", unwatchedPeer->uri(path), {}, unlimited);
+    ASSERT_TRUE(sendUntilReceived(*unwatchedPeer, path, *unwatched, 1, seen));
+    unwatchedPeer.reset();
+
+    // With a limit, a peer that goes away cannot be told from one cut off for
+    // a message above the limit: both are logged.
+    const Runtime limited = KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}});
+    auto watchedPeer = std::make_unique<WirePeer>();
+    const std::string watchedEndpoint = watchedPeer->endpoint();
+    auto watched = lumo::security::subscriberOf<Sample>("HokuTopicIn", watchedPeer->uri(path), {}, limited);
+    ASSERT_TRUE(sendUntilReceived(*watchedPeer, path, *watched, 1, seen));
+    watchedPeer.reset();
+    ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, droppedLine(watchedEndpoint)));
+
+    EXPECT_TRUE(log.lines(log4cplus::ERROR_LOG_LEVEL, unwatchedEndpoint).empty());
+    unwatched->close();
+    watched->close();
 }
 
 }  // namespace

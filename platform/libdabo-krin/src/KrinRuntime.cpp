@@ -76,7 +76,12 @@ void KrinRuntime::run(std::promise<void>& ready) {
         router->set(zmq::sockopt::linger, 0);
         router->set(zmq::sockopt::rcvhwm, hwm);
         router->bind(routerEndpoint);
+        if (!socketOptions.authorizedClientKeys().empty()) {
+            // Bound before any XPUB exists, so no handshake passes unasked.
+            zap = std::make_unique<ZapAuthenticator>(zmqContext, socketOptions.authorizedClientKeys());
+        }
     } catch (...) {
+        zap.reset();
         router.reset();
         ready.set_exception(std::current_exception());
         return;
@@ -124,6 +129,23 @@ void KrinRuntime::serve() {
                 case PollRole::Subscriber:
                     serveReadable(pollSubscribers[i]);
                     break;
+                case PollRole::Zap:
+                    zap->serve();
+                    break;
+                case PollRole::XpubMonitor: {
+                    const auto endpoint = endpoints.find(pollEndpoints[i]);
+                    if (endpoint != endpoints.end() && endpoint->second.monitor) {
+                        endpoint->second.monitor->serve();
+                    }
+                    break;
+                }
+                case PollRole::SubscriberMonitor: {
+                    const auto subscriber = subscribers.find(pollSubscribers[i]);
+                    if (subscriber != subscribers.end() && subscriber->second.monitor) {
+                        subscriber->second.monitor->serve();
+                    }
+                    break;
+                }
                 case PollRole::Wake: {
                     std::uint64_t count = 0;
                     [[maybe_unused]] const ssize_t got = ::read(wakeFd, &count, sizeof count);
@@ -134,17 +156,22 @@ void KrinRuntime::serve() {
         for (RuntimeCommand& command : takeCommands()) {
             execute(command);
         }
+        retryBinds();
         deliverDueEvents();
     }
 }
 
 void KrinRuntime::shutDown() {
     for (auto& subscriber : subscribers) {
-        subscriber.second.socket->close();
+        closeSubscriberSocket(subscriber.second);
     }
     subscribers.clear();
     publishers.clear();
     endpoints.clear();
+    for (BindRetries::Retry& retry : bindRetries.takeAll()) {
+        fulfil(retry.command.registrationDone);
+    }
+    zap.reset();
     router.reset();
     for (PendingEvent& pending : pendingEvents) {
         fulfil(pending.done);
@@ -170,9 +197,11 @@ void KrinRuntime::execute(RuntimeCommand& command) {
     try {
         switch (command.kind) {
             case RuntimeCommand::Kind::RegisterPublisher:
-                registerPublisher(command);
+                dropBindRetriesOf(command.identity);
+                registerPublisher(command, std::chrono::steady_clock::now());
                 break;
             case RuntimeCommand::Kind::UnregisterPublisher:
+                dropBindRetriesOf(command.identity);
                 unregisterPublisher(command);
                 break;
             case RuntimeCommand::Kind::RegisterSubscriber:
@@ -188,7 +217,7 @@ void KrinRuntime::execute(RuntimeCommand& command) {
     fulfil(command.registrationDone);
 }
 
-void KrinRuntime::registerPublisher(RuntimeCommand& command) {
+void KrinRuntime::registerPublisher(RuntimeCommand& command, std::chrono::steady_clock::time_point firstAttempt) {
     auto endpoint = endpoints.find(command.endpoint);
     if (endpoint == endpoints.end()) {
         auto xpub = std::make_unique<zmq::socket_t>(zmqContext, zmq::socket_type::xpub);
@@ -202,11 +231,24 @@ void KrinRuntime::registerPublisher(RuntimeCommand& command) {
         try {
             xpub->bind(command.endpoint);
         } catch (const zmq::error_t& e) {
+            const auto now = std::chrono::steady_clock::now();
+            if (bindRetries.shouldRetry(command.endpoint, e.num(), firstAttempt, now)) {
+                // This runtime's own XPUB released the port a moment ago;
+                // ZeroMQ is still closing it. The caller's promise goes along.
+                LOG4CPLUS_TRACE(logger, "Endpoint " << command.endpoint << " not yet free, binding again shortly");
+                bindRetries.add(std::move(command), firstAttempt, now);
+                return;
+            }
             LOG4CPLUS_ERROR(logger, "Failed to bind endpoint " << command.endpoint << ": " << e.what());
             return;
         }
         LOG4CPLUS_TRACE(logger, "Bound endpoint " << command.endpoint);
-        endpoint = endpoints.emplace(command.endpoint, Endpoint{std::move(xpub), 0}).first;
+        std::unique_ptr<ConnectionMonitor> monitor;
+        if (socketOptions.messageSizeLimit() > 0) {
+            monitor = std::make_unique<ConnectionMonitor>(zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
+                                                          command.endpoint, socketOptions.messageSizeLimit());
+        }
+        endpoint = endpoints.emplace(command.endpoint, Endpoint{std::move(xpub), 0, std::move(monitor)}).first;
         pollItemsStale = true;
     }
     const auto previous = publishers.find(command.identity);
@@ -246,6 +288,7 @@ void KrinRuntime::releaseEndpoint(const std::string& endpoint) {
         return;
     }
     endpoints.erase(found);
+    bindRetries.released(endpoint, std::chrono::steady_clock::now());
     pollItemsStale = true;
     LOG4CPLUS_TRACE(logger, "Released endpoint " << endpoint);
 }
@@ -264,8 +307,14 @@ void KrinRuntime::registerSubscriber(RuntimeCommand& command) {
         socket->close();
         return;
     }
+    std::unique_ptr<ConnectionMonitor> monitor;
+    if (socketOptions.messageSizeLimit() > 0) {
+        monitor = std::make_unique<ConnectionMonitor>(zmqContext, *socket, ConnectionMonitor::Side::Subscribing,
+                                                      command.endpoint, socketOptions.messageSizeLimit());
+    }
     zmq::socket_t* key = socket.get();
-    subscribers[key] = SubscriberEntry{socket, command.handler, false};
+    pollItemsStale = pollItemsStale || monitor != nullptr;
+    subscribers[key] = SubscriberEntry{socket, command.handler, false, command.endpoint, std::move(monitor)};
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
         LOG4CPLUS_TRACE(logger, "Registered subscriber " << orlo::dabo::util::hexStr(command.topicIdFrame) << " on "
                                                          << command.endpoint);
@@ -285,9 +334,36 @@ void KrinRuntime::dropSubscriber(zmq::socket_t* key) {
     if (found == subscribers.end()) {
         return;
     }
-    found->second.socket->close();
+    closeSubscriberSocket(found->second);
     subscribers.erase(found);
     pollItemsStale = true;
+}
+
+void KrinRuntime::closeSubscriberSocket(SubscriberEntry& subscriber) {
+    subscriber.monitor.reset();
+    subscriber.socket->close();
+}
+
+void KrinRuntime::retryBinds() {
+    for (BindRetries::Retry& retry : bindRetries.takeDue(std::chrono::steady_clock::now())) {
+        try {
+            registerPublisher(retry.command, retry.firstAttempt);
+        } catch (const std::exception& e) {
+            LOG4CPLUS_ERROR(logger, "Runtime request failed: " << e.what());
+        }
+        // Parked again, the promise went along; otherwise it is kept now.
+        fulfil(retry.command.registrationDone);
+    }
+}
+
+void KrinRuntime::dropBindRetriesOf(const std::string& identity) {
+    for (BindRetries::Retry& retry : bindRetries.takeOf(identity)) {
+        if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
+            LOG4CPLUS_TRACE(logger, "Gave up binding " << retry.command.endpoint << " for " << identity
+                                                       << ": a newer request of that publisher came");
+        }
+        fulfil(retry.command.registrationDone);
+    }
 }
 
 void KrinRuntime::announce(const EventDelivery& delivery, const std::weak_ptr<EventsHandler>& handler,
@@ -358,10 +434,11 @@ void KrinRuntime::deliverDueEvents() {
 }
 
 int KrinRuntime::pollTimeoutMs() const {
-    if (pendingEvents.empty()) {
+    const auto nextBind = bindRetries.nextDue();
+    if (pendingEvents.empty() && !nextBind) {
         return -1;
     }
-    auto earliest = pendingEvents.front().due;
+    auto earliest = nextBind ? *nextBind : pendingEvents.front().due;
     for (const PendingEvent& pending : pendingEvents) {
         earliest = std::min(earliest, pending.due);
     }
@@ -459,13 +536,24 @@ void KrinRuntime::rebuildPollItems() {
     };
     add(zmq::pollitem_t{nullptr, wakeFd, ZMQ_POLLIN, 0}, PollRole::Wake, {}, nullptr);
     add(zmq::pollitem_t{router->handle(), 0, ZMQ_POLLIN, 0}, PollRole::Router, {}, nullptr);
+    if (zap) {
+        add(zmq::pollitem_t{zap->socket().handle(), 0, ZMQ_POLLIN, 0}, PollRole::Zap, {}, nullptr);
+    }
     for (const auto& endpoint : endpoints) {
         add(zmq::pollitem_t{endpoint.second.xpub->handle(), 0, ZMQ_POLLIN, 0}, PollRole::Xpub, endpoint.first, nullptr);
+        if (endpoint.second.monitor) {
+            add(zmq::pollitem_t{endpoint.second.monitor->socket().handle(), 0, ZMQ_POLLIN, 0}, PollRole::XpubMonitor,
+                endpoint.first, nullptr);
+        }
     }
     for (const auto& subscriber : subscribers) {
         if (subscriber.second.polled) {
             add(zmq::pollitem_t{subscriber.second.socket->handle(), 0, ZMQ_POLLIN, 0}, PollRole::Subscriber, {},
                 subscriber.first);
+        }
+        if (subscriber.second.monitor) {
+            add(zmq::pollitem_t{subscriber.second.monitor->socket().handle(), 0, ZMQ_POLLIN, 0},
+                PollRole::SubscriberMonitor, {}, subscriber.first);
         }
     }
     pollItemsStale = false;

@@ -15,24 +15,14 @@
 #include <zmq.hpp>
 
 #include "dabo/krin/detail/EventsHandler.h"
+#include "BindRetries.h"
+#include "ConnectionMonitor.h"
 #include "KrinSocketOptions.h"
+#include "RuntimeCommand.h"
+#include "ZapAuthenticator.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
 
 namespace orlo::dabo::krin::detail {
-
-/// One request from a host thread to the runtime's thread.
-struct RuntimeCommand {
-    enum class Kind { RegisterPublisher, UnregisterPublisher, RegisterSubscriber, UnregisterSubscriber };
-
-    Kind kind;
-    std::string endpoint;
-    std::string identity;
-    std::string topicIdFrame;
-    std::shared_ptr<zmq::socket_t> socket;
-    std::weak_ptr<EventsHandler> handler;
-    /// Set when the caller waits until REGISTERED has been handed out.
-    std::shared_ptr<std::promise<void>> registrationDone;
-};
 
 /// The state and the loop of the runtime's thread. Host threads reach it only
 /// through post() and the thread-safe context; everything else belongs to the
@@ -59,6 +49,9 @@ private:
     struct Endpoint {
         std::unique_ptr<zmq::socket_t> xpub;
         int publishers = 0;
+        /// While a message size limit is set; declared after the socket it
+        /// watches, so that it stops first.
+        std::unique_ptr<ConnectionMonitor> monitor;
     };
     struct PublisherEntry {
         std::string endpoint;
@@ -69,6 +62,9 @@ private:
         std::weak_ptr<EventsHandler> handler;
         /// Polled only once REGISTERED has been handed out, so it comes first.
         bool polled = false;
+        std::string endpoint;
+        /// While a message size limit is set.
+        std::unique_ptr<ConnectionMonitor> monitor;
     };
     struct PendingEvent {
         std::chrono::steady_clock::time_point due;
@@ -77,13 +73,18 @@ private:
         KrinDaboEvent event;
         std::shared_ptr<std::promise<void>> done;
     };
-    enum class PollRole { Wake, Router, Xpub, Subscriber };
+    enum class PollRole { Wake, Router, Xpub, Subscriber, Zap, XpubMonitor, SubscriberMonitor };
 
     void serve();
     void shutDown();
     std::vector<RuntimeCommand> takeCommands();
     void execute(RuntimeCommand& command);
-    void registerPublisher(RuntimeCommand& command);
+    /// `firstAttempt`: when the registration's bind was first tried.
+    void registerPublisher(RuntimeCommand& command, std::chrono::steady_clock::time_point firstAttempt);
+    /// Tries again the binds that are due, then keeps or drops their promises.
+    void retryBinds();
+    /// Forgets parked binds of a dealer that a newer command has overtaken.
+    void dropBindRetriesOf(const std::string& identity);
     void unregisterPublisher(RuntimeCommand& command);
     void registerSubscriber(RuntimeCommand& command);
     void unregisterSubscriber(RuntimeCommand& command);
@@ -103,6 +104,8 @@ private:
     void readSubscriptions(const std::string& endpoint, zmq::socket_t& xpub);
     void serveReadable(zmq::socket_t* key);
     void dropSubscriber(zmq::socket_t* key);
+    /// Stops watching the subscriber's socket, then closes it.
+    static void closeSubscriberSocket(SubscriberEntry& subscriber);
 
     void rebuildPollItems();
 
@@ -124,6 +127,9 @@ private:
     std::unordered_map<std::string, PublisherEntry> publishers;
     std::map<zmq::socket_t*, SubscriberEntry> subscribers;
     std::deque<PendingEvent> pendingEvents;
+    BindRetries bindRetries;
+    /// Only when the XPUBs admit listed client keys alone.
+    std::unique_ptr<ZapAuthenticator> zap;
 
     bool pollItemsStale = true;
     std::vector<zmq::pollitem_t> pollItems;

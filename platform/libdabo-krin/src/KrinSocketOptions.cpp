@@ -2,6 +2,7 @@
 
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "RuntimeLogger.h"
@@ -17,6 +18,7 @@ const char* const serverSecretKeyProperty = "krin.runtime.curve.serverSecretKey"
 const char* const serverPublicKeyProperty = "krin.runtime.curve.serverPublicKey";
 const char* const publicKeyProperty = "krin.runtime.curve.publicKey";
 const char* const secretKeyProperty = "krin.runtime.curve.secretKey";
+const char* const authorizedKeysProperty = "krin.runtime.curve.authorizedKeys";
 
 constexpr std::size_t z85KeyLength = 40;
 
@@ -41,6 +43,36 @@ std::string keyProperty(const orlo::dabo::Dabo::Properties& properties, const ch
         refuse(std::string("Property ") + property + " is not a CURVE key: expected 40 characters of Z85 text");
     }
     return found->second;
+}
+
+/// The keys listed in `property`, separated by commas and/or white space, or
+/// none when it is absent. A refusal names the entry by its place only: a
+/// secret key pasted by mistake must not reach the log.
+std::set<std::string> keyListProperty(const orlo::dabo::Dabo::Properties& properties, const char* property) {
+    const auto found = properties.find(property);
+    if (found == properties.end()) {
+        return {};
+    }
+    std::set<std::string> keys;
+    const std::string& text = found->second;
+    const char* const separators = ", \t\r\n\f\v";
+    int entry = 0;
+    std::size_t start = text.find_first_not_of(separators);
+    while (start != std::string::npos) {
+        const std::size_t end = std::min(text.find_first_of(separators, start), text.size());
+        const std::string key = text.substr(start, end - start);
+        ++entry;
+        if (!isZ85Key(key)) {
+            refuse(std::string("Property ") + property + " is not a list of CURVE keys: entry " +
+                   std::to_string(entry) + " is not 40 characters of Z85 text");
+        }
+        keys.insert(key);
+        start = text.find_first_not_of(separators, end);
+    }
+    if (keys.empty()) {
+        refuse(std::string("Property ") + property + " lists no CURVE key");
+    }
+    return keys;
 }
 
 void requireCurve() {
@@ -68,6 +100,10 @@ KrinSocketOptions::KrinSocketOptions(const orlo::dabo::Dabo::Properties& propert
     if (!clientPublicKey.empty() && serverPublicKey.empty()) {
         refuse(std::string("Property ") + publicKeyProperty + " needs " + serverPublicKeyProperty +
                ", the key of the publishers' runtime");
+    }
+    authorizedKeys = keyListProperty(properties, authorizedKeysProperty);
+    if (!authorizedKeys.empty() && serverSecretKey.empty()) {
+        refuse(std::string("Property ") + authorizedKeysProperty + " requires " + serverSecretKeyProperty);
     }
     if (!serverSecretKey.empty() || !serverPublicKey.empty()) {
         requireCurve();

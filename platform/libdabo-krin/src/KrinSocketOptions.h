@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <zmq.hpp>
 
@@ -21,6 +22,10 @@ namespace orlo::dabo::krin::detail {
 ///   SUB a CURVE client that only talks to the server holding that key, with
 ///   the key pair "krin.runtime.curve.publicKey" / "krin.runtime.curve.secretKey"
 ///   (a fresh pair when these are absent).
+///   "krin.runtime.curve.authorizedKeys" (with serverSecretKey only): the
+///   public keys of the subscribers that the XPUBs admit, separated by commas
+///   and/or white space; the runtime then answers ZeroMQ's authentication
+///   requests (ZapAuthenticator.h) and refuses every other key.
 class KrinSocketOptions {
 public:
     explicit KrinSocketOptions(const orlo::dabo::Dabo::Properties& properties);
@@ -32,6 +37,10 @@ public:
 
     bool curveServer() const { return !serverSecretKey.empty(); }
     bool curveClient() const { return !serverPublicKey.empty(); }
+    /// Empty when every client that knows the server's key is admitted.
+    const std::set<std::string>& authorizedClientKeys() const { return authorizedKeys; }
+    /// -1 for no limit.
+    long messageSizeLimit() const { return maxMessageSize; }
 
 private:
     long maxMessageSize = -1;
@@ -39,6 +48,7 @@ private:
     std::string serverPublicKey;
     std::string clientPublicKey;
     std::string clientSecretKey;
+    std::set<std::string> authorizedKeys;
 };
 
 }  // namespace orlo::dabo::krin::detail

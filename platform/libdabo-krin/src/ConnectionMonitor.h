@@ -1,0 +1,64 @@
+#pragma once
+
+#include <log4cplus/logger.h>
+
+#include <string>
+#include <zmq.hpp>
+
+namespace orlo::dabo::krin::detail {
+
+/// Watches the connections of one XPUB or SUB of the runtime while a message
+/// size limit is set, so that a connection that ZeroMQ drops for a message
+/// above the limit does not go unnoticed.
+///
+/// ZeroMQ (4.3) refuses such a message as soon as its size is announced and
+/// closes that connection as broken. Its monitor reports only
+/// ZMQ_EVENT_DISCONNECTED, the very event of a peer that goes away, with the
+/// same value (the connection's file descriptor): the two cannot be told
+/// apart. So every connection that is dropped after a completed handshake is
+/// logged at ERROR, naming both causes. Connections whose handshake failed
+/// (a wrong or refused key) are not: their end is reported where they fail.
+///
+/// ZeroMQ does not reconnect a connecting socket after such a drop, so a
+/// subscriber would never hear from that publisher again. A SUB's monitor
+/// therefore connects it afresh; a peer that went away is then reconnected to
+/// as ZeroMQ would have done, once it is back.
+///
+/// The monitor is a PAIR socket served on the runtime's thread, like the
+/// watched socket itself.
+class ConnectionMonitor {
+public:
+    enum class Side {
+        /// An XPUB bound at `endpoint`: its peers connect to it.
+        Publishing,
+        /// A SUB connected to `endpoint`.
+        Subscribing,
+    };
+
+    ConnectionMonitor(zmq::context_t& context, zmq::socket_t& watched, Side side, std::string endpoint,
+                      long maxMessageSize);
+    /// Stops watching; the watched socket must still be open.
+    ~ConnectionMonitor();
+    ConnectionMonitor(const ConnectionMonitor&) = delete;
+    ConnectionMonitor& operator=(const ConnectionMonitor&) = delete;
+
+    /// For the runtime's poll items.
+    zmq::socket_t& socket() { return monitor; }
+
+    /// Handles every event waiting now, up to a bound per call.
+    void serve();
+
+private:
+    void dropped();
+
+    zmq::socket_t& watched;
+    Side side;
+    std::string endpoint;
+    long maxMessageSize;
+    log4cplus::Logger logger;
+    zmq::socket_t monitor;
+    /// Handshakes that failed and whose connection's end is still to come.
+    int failedHandshakes = 0;
+};
+
+}  // namespace orlo::dabo::krin::detail
