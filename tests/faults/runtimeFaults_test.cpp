@@ -1,21 +1,29 @@
 // Faults inside one host process: delegators dropped while the runtime's
 // thread delivers their samples, runtimes destroyed with events in flight,
-// and runtimes whose REGISTERED or UNREGISTERED never comes. The checks are
-// that every call returns, every runtime thread ends, and (under the leak
-// checker) that nothing is left behind.
+// runtimes whose REGISTERED or UNREGISTERED never comes, and endpoints bound
+// again while ZeroMQ is still releasing them. The checks are that every call
+// returns, every runtime thread ends, and (under the leak checker) that
+// nothing is left behind.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <functional>
 #include <future>
+#include <map>
+#include <mutex>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "../support/CapturingAppender.h"
+#include "../support/FreePort.h"
 #include "SoakTopic.h"
 #include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "tools/loader/PluginLoader.h"
 
@@ -231,6 +239,165 @@ TEST(RuntimeFaultsTest, RuntimeThatNeverConfirmsAnUnregistrationLetsEveryCloseRe
     mostRecent.reset();
     runtime.dabo.reset();
     EXPECT_EQ(runtime.ended.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+}
+
+/// Counts the events a runtime delivers to it.
+/// On POLLER_READABLE it reads one whole message, as a subscriber does.
+class CountingHandler : public orlo::dabo::krin::detail::EventsHandler {
+public:
+    bool events(std::shared_ptr<zmq::socket_t>& socket, orlo::dabo::krin::detail::KrinDaboEvent event) override {
+        if (event == orlo::dabo::krin::detail::POLLER_READABLE) {
+            zmq::message_t frame;
+            while (socket->recv(frame, zmq::recv_flags::dontwait) && frame.more()) {
+            }
+        }
+        if (onEvent) {
+            onEvent(event);
+        }
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            ++counts[event];
+        }
+        changed.notify_all();
+        return true;
+    }
+    /// Runs on the runtime's thread at every event, before it is counted.
+    std::function<void(orlo::dabo::krin::detail::KrinDaboEvent)> onEvent;
+
+    bool await(orlo::dabo::krin::detail::KrinDaboEvent event, int times,
+               std::chrono::milliseconds limit = std::chrono::seconds(30)) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, limit, [&] { return counts[event] >= times; });
+    }
+    int count(orlo::dabo::krin::detail::KrinDaboEvent event) {
+        std::lock_guard<std::mutex> lock(mutex);
+        return counts[event];
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<orlo::dabo::krin::detail::KrinDaboEvent, int> counts;
+};
+
+TEST(RuntimeFaultsTest, PublisherRegisteredUnregisteredAndRegisteredAgainAtOnceOnOneEndpointIsRegisteredEveryTime) {
+    using orlo::dabo::krin::detail::EventsHandler;
+    using orlo::dabo::krin::detail::POLLER_READABLE;
+    using orlo::dabo::krin::detail::REGISTERED;
+    constexpr int rounds = 50;
+    auto dabo = KrinDabo::create({});
+    const std::string endpoint = "tcp://127.0.0.1:" + std::to_string(lumo::test::freePort());
+    // Per round a publisher that registers and leaves at once, and one that
+    // registers right after it, all in one turn of the runtime's loop: the
+    // endpoint is bound, released and bound again while ZeroMQ is still
+    // closing the listening socket of the first.
+    struct Publisher {
+        std::unique_ptr<zmq::socket_t> dealer;
+        std::string identity;
+        std::shared_ptr<CountingHandler> handler = std::make_shared<CountingHandler>();
+        std::weak_ptr<EventsHandler> weak = handler;
+    };
+    std::vector<Publisher> leaving(rounds);
+    std::vector<Publisher> staying(rounds);
+    for (auto* publishers : {&leaving, &staying}) {
+        for (Publisher& publisher : *publishers) {
+            publisher.dealer = dabo->createDealer();
+            publisher.identity = orlo::dabo::krin::detail::getSocketIdentity(*publisher.dealer);
+        }
+    }
+    // Leaving without waiting for UNREGISTERED: the calls come from the
+    // runtime's own thread, inside an event.
+    std::weak_ptr<EventsHandler> noHandler;
+    KrinDabo* runtime = dabo.get();
+    const auto round = [&, runtime](int i) {
+        runtime->registerPublisher(endpoint, leaving[i].identity, leaving[i].weak, {});
+        runtime->unregisterPublisher(endpoint, leaving[i].identity, noHandler);
+        runtime->registerPublisher(endpoint, staying[i].identity, staying[i].weak, {});
+    };
+    // Each round starts when the one before has its REGISTERED, and hands
+    // the endpoint over: the last round's publisher leaves in the same turn.
+    for (int i = 0; i + 1 < rounds; ++i) {
+        staying[i].handler->onEvent = [&, i, runtime](orlo::dabo::krin::detail::KrinDaboEvent event) {
+            if (event == REGISTERED) {
+                runtime->unregisterPublisher(endpoint, staying[i].identity, noHandler);
+                round(i + 1);
+            }
+        };
+    }
+    auto starter = std::make_shared<CountingHandler>();
+    starter->onEvent = [&](orlo::dabo::krin::detail::KrinDaboEvent) { round(0); };
+    std::weak_ptr<EventsHandler> starterHandler = starter;
+    std::shared_ptr<zmq::socket_t> noSocket;
+    dabo->unregisterSubscriber(noSocket, starterHandler);
+
+    ASSERT_TRUE(staying[rounds - 1].handler->await(REGISTERED, 1));
+    for (int i = 0; i < rounds; ++i) {
+        EXPECT_EQ(staying[i].handler->count(REGISTERED), 1) << "round " << i;
+        // A registration that its own unregistration overtakes while its bind
+        // waits for the port is dropped with it; one that bound is confirmed.
+        EXPECT_LE(leaving[i].handler->count(REGISTERED), 1) << "round " << i;
+    }
+
+    // The last publisher's samples reach a subscriber.
+    auto subscriber = std::make_shared<CountingHandler>();
+    std::weak_ptr<EventsHandler> subscriberHandler = subscriber;
+    const std::string frame = orlo::dabo::krin::detail::createFrame0(0x5eba7u);
+    dabo->registerSubscriber("krin.ps://127.0.0.1:" + endpoint.substr(endpoint.rfind(':') + 1) + "/faults/rebind",
+                             frame, subscriberHandler);
+    ASSERT_TRUE(subscriber->await(REGISTERED, 1));
+    zmq::socket_t& dealer = *staying[rounds - 1].dealer;
+    bool received = false;
+    for (int sent = 0; sent < 3000 && !received; ++sent) {
+        dealer.send(zmq::buffer(frame), zmq::send_flags::sndmore);
+        dealer.send(zmq::str_buffer("header"), zmq::send_flags::sndmore);
+        dealer.send(zmq::str_buffer("payload"), zmq::send_flags::none);
+        received = subscriber->await(POLLER_READABLE, 1, std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(received);
+    for (auto* publishers : {&leaving, &staying}) {
+        for (Publisher& publisher : *publishers) {
+            publisher.dealer->close();
+        }
+    }
+}
+
+TEST(RuntimeFaultsTest, EndpointReleasedByTheRuntimeButTakenByAnotherSocketMeanwhileFailsAfterItsRetries) {
+    using orlo::dabo::krin::detail::REGISTERED;
+    using orlo::dabo::krin::detail::UNREGISTERED;
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
+    KrinDaboTestHooks hooks;
+    // The register call returns once REGISTERED is out, or given up.
+    hooks.registeredBeforeRegisterReturns = true;
+    auto dabo = KrinDabo::create({}, hooks);
+    const std::string endpoint = "tcp://127.0.0.1:" + std::to_string(lumo::test::freePort());
+    auto handler = std::make_shared<CountingHandler>();
+    std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> weak = handler;
+    auto dealer = dabo->createDealer();
+    const std::string identity = orlo::dabo::krin::detail::getSocketIdentity(*dealer);
+    dabo->registerPublisher(endpoint, identity, weak, {});
+    ASSERT_EQ(handler->count(REGISTERED), 1);
+    dabo->unregisterPublisher(endpoint, identity, weak);
+    ASSERT_TRUE(handler->await(UNREGISTERED, 1));
+
+    // Another socket takes the port as soon as ZeroMQ has let it go.
+    zmq::context_t context(1);
+    zmq::socket_t squatter(context, zmq::socket_type::pub);
+    squatter.set(zmq::sockopt::linger, 0);
+    bool taken = false;
+    for (int attempt = 0; attempt < 1000000 && !taken; ++attempt) {
+        try {
+            squatter.bind(endpoint);
+            taken = true;
+        } catch (const zmq::error_t&) {
+            std::this_thread::yield();
+        }
+    }
+    ASSERT_TRUE(taken);
+
+    dabo->registerPublisher(endpoint, identity, weak, {});
+    EXPECT_EQ(handler->count(REGISTERED), 1);
+    EXPECT_EQ(log.errors(), std::vector<std::string>{"Failed to bind endpoint " + endpoint + ": Address already in use"});
+    dealer->close();
 }
 
 }  // namespace
