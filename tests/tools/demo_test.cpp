@@ -1,5 +1,6 @@
 // The demo as a user runs it: a short loop over all topics that must end with
-// every sample verified, its --help, and its refusal of a bad command line.
+// every sample verified, plain and with CURVE, its --help, and its refusal of
+// a bad command line.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -32,6 +33,36 @@ TEST(LumoDemo, AShortRunVerifiesEveryTopicAndExitsZero) {
     EXPECT_EQ(out.find("FAILED"), std::string::npos) << out;
 }
 
+TEST(LumoDemo, CurveRunAuthenticatesTheWholeLoopAndVerifiesEveryTopic) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--curve", "--duration", "1", "--quiet"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    const std::string out = demo.out();
+    EXPECT_NE(out.find("lumo-demo: transport: CURVE"), std::string::npos) << out;
+    EXPECT_NE(out.find("Transport: CURVE"), std::string::npos) << out;
+    EXPECT_NE(out.find("OK: all"), std::string::npos) << out;
+    for (const char* topic : allTopics) {
+        EXPECT_NE(out.find(std::string(topic) + " "), std::string::npos) << topic << " missing from\n" << out;
+    }
+    EXPECT_EQ(out.find("FAILED"), std::string::npos) << out;
+    // Every subscriber holds the one admitted key: none is refused.
+    EXPECT_EQ(demo.err().find("Refused"), std::string::npos) << demo.err();
+}
+
+TEST(LumoDemo, PlainRunSaysItsTransportIsPlain) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1", "--quiet"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    EXPECT_NE(demo.out().find("Transport: plain TCP"), std::string::npos) << demo.out();
+}
+
+TEST(LumoDemo, CurveWithKeysOfItsOwnIsRefusedWithExitCodeTwo) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--curve", "-p", "krin.runtime.curve.authorizedKeys=x"});
+    EXPECT_EQ(demo.wait(60s), 2);
+    EXPECT_NE(demo.err().find("lumo-demo: option --curve makes its own keys; leave out -p "
+                              "krin.runtime.curve.authorizedKeys"),
+              std::string::npos)
+        << demo.err();
+}
+
 TEST(LumoDemo, ShowsProgressWhileItRuns) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "2", "--rate", "200"});
     ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
@@ -49,7 +80,7 @@ TEST(LumoDemo, HelpExplainsEveryOptionAndExitsZero) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--help"});
     ASSERT_EQ(demo.wait(60s), 0);
     for (const char* option : {"--duration", "--rate", "--port", "-p KEY=VALUE", "--log-config", "--plugin",
-                               "--quiet", "--help", "Exit status"}) {
+                               "--curve", "--quiet", "--help", "Exit status"}) {
         EXPECT_NE(demo.out().find(option), std::string::npos) << option;
     }
 }

@@ -1,11 +1,12 @@
 // krin-tap and krin-pub end to end: what pub sends, tap prints, as JSON and as
-// text, or counts per second; and the refusals of bad arguments, with their
-// messages and exit codes.
+// text, or counts per second, also over CURVE with the keys given as options;
+// and the refusals of bad arguments, with their messages and exit codes.
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "ToolProcess.h"
+#include "tools/common/CurveOptions.h"
 #include "tools/common/FreePort.h"
 
 #ifndef LUMO_TAP_PATH
@@ -30,9 +31,9 @@ std::string freshUri() { return "krin.ps://127.0.0.1:" + std::to_string(lumo::to
 /// until the tap has what it wants: the tap may join after the first samples.
 struct TapAndPub {
     TapAndPub(const std::vector<std::string>& tapOptions, const std::string& uri, const std::string& topic,
-              const std::string& value)
+              const std::string& value, const std::vector<std::string>& pubOptions = {})
         : tap(LUMO_TAP_PATH, with(tapOptions, {"--duration", "90", uri, topic})),
-          pub(LUMO_PUB_PATH, {"--rate", "20", "--count", "0", uri, topic, value}) {}
+          pub(LUMO_PUB_PATH, with(pubOptions, {"--rate", "20", "--count", "0", uri, topic, value})) {}
 
     static std::vector<std::string> with(std::vector<std::string> first, const std::vector<std::string>& rest) {
         first.insert(first.end(), rest.begin(), rest.end());
@@ -256,6 +257,81 @@ TEST(KrinTools, HelpOfBothExplainsEveryOptionAndExitsZero) {
          {"--rate", "--count", "-p KEY=VALUE", "--plugin", "--help", "Exit status", "HokuTopicOut"}) {
         EXPECT_NE(pub.out().find(option), std::string::npos) << option;
     }
+    for (const char* option : {"--curve-server-secret KEY", "--curve-server-public KEY", "--curve-public KEY",
+                               "--curve-secret KEY", "--curve-authorized KEYS"}) {
+        EXPECT_NE(tap.out().find(option), std::string::npos) << option;
+        EXPECT_NE(pub.out().find(option), std::string::npos) << option;
+    }
+}
+
+/// Options of a CURVE publisher that admits `admitted` only, and of a tap
+/// that subscribes with `client`'s keys.
+std::vector<std::string> curvePubOptions(const lumo::tools::CurveKeyPair& server,
+                                         const lumo::tools::CurveKeyPair& admitted) {
+    return {"--curve-server-secret", server.secretKey, "--curve-authorized", admitted.publicKey};
+}
+std::vector<std::string> curveTapOptions(const lumo::tools::CurveKeyPair& server,
+                                         const lumo::tools::CurveKeyPair& client, std::vector<std::string> more) {
+    more.insert(more.end(), {"--curve-server-public", server.publicKey, "--curve-public", client.publicKey,
+                             "--curve-secret", client.secretKey});
+    return more;
+}
+
+TEST(KrinTools, TapWithAnAdmittedKeyPrintsWhatACurvePubSends) {
+    const auto server = lumo::tools::newCurveKeyPair();
+    const auto client = lumo::tools::newCurveKeyPair();
+    TapAndPub run(curveTapOptions(server, client, {"--count", "2"}), freshUri(), "CentOpt", centOptJson,
+                  curvePubOptions(server, client));
+    ASSERT_EQ(run.tap.wait(100s), 0) << run.tap.err();
+    EXPECT_EQ(run.pub.interrupt(60s), 0) << run.pub.err();
+    EXPECT_EQ(linesOf(run.tap.out()), (std::vector<std::string>{centOptJson, centOptJson})) << run.tap.out();
+    EXPECT_EQ(run.pub.err().find("Refused"), std::string::npos) << run.pub.err();
+}
+
+TEST(KrinTools, TapWhoseKeyIsNotAdmittedGetsNothingAndPubLogsTheRefusedKey) {
+    const auto server = lumo::tools::newCurveKeyPair();
+    const auto admitted = lumo::tools::newCurveKeyPair();
+    const auto stranger = lumo::tools::newCurveKeyPair();
+    const std::string uri = freshUri();
+    ToolProcess pub(LUMO_PUB_PATH, TapAndPub::with(curvePubOptions(server, admitted),
+                                                   {"--rate", "20", "--count", "0", uri, "CentOpt", centOptJson}));
+    // Refused at its handshake, the tap never receives; it gives up after --duration.
+    ToolProcess tap(LUMO_TAP_PATH, curveTapOptions(server, stranger, {"--count", "1", "--duration", "3", uri, "CentOpt"}));
+    EXPECT_EQ(tap.wait(100s), 1) << tap.err();
+    EXPECT_EQ(tap.out(), "");
+    EXPECT_NE(tap.err().find("krin-tap: 0 of 1 samples within 3 s"), std::string::npos) << tap.err();
+    EXPECT_EQ(pub.interrupt(60s), 0) << pub.err();
+    EXPECT_NE(pub.err().find("Refused subscriber with CURVE public key " + stranger.publicKey +
+                             " from 127.0.0.1: the key is not in krin.runtime.curve.authorizedKeys"),
+              std::string::npos)
+        << pub.err();
+}
+
+TEST(KrinTools, BothRefuseACurveKeyThatIsNotOneWithTheRuntimesReasonAndWithoutTheValue) {
+    const std::string notAKey = "my-secret-but-too-short";
+    ToolProcess pub(LUMO_PUB_PATH, {"--curve-server-secret", notAKey, freshUri(), "CentOpt", centOptJson});
+    ToolProcess tap(LUMO_TAP_PATH, {"--curve-server-public", notAKey, freshUri(), "CentOpt"});
+    EXPECT_EQ(pub.wait(60s), 2);
+    EXPECT_EQ(tap.wait(60s), 2);
+    EXPECT_NE(pub.err().find("krin-pub: Property krin.runtime.curve.serverSecretKey is not a CURVE key: expected 40 "
+                             "characters of Z85 text"),
+              std::string::npos)
+        << pub.err();
+    EXPECT_NE(tap.err().find("krin-tap: Property krin.runtime.curve.serverPublicKey is not a CURVE key: expected 40 "
+                             "characters of Z85 text"),
+              std::string::npos)
+        << tap.err();
+    EXPECT_EQ(pub.err().find(notAKey), std::string::npos) << pub.err();
+    EXPECT_EQ(tap.err().find(notAKey), std::string::npos) << tap.err();
+}
+
+TEST(KrinTools, BothRefuseACurveOptionWithoutItsValue) {
+    ToolProcess pub(LUMO_PUB_PATH, {freshUri(), "CentOpt", centOptJson, "--curve-authorized"});
+    ToolProcess tap(LUMO_TAP_PATH, {freshUri(), "CentOpt", "--curve-secret"});
+    EXPECT_EQ(pub.wait(60s), 2);
+    EXPECT_EQ(tap.wait(60s), 2);
+    EXPECT_NE(pub.err().find("krin-pub: option --curve-authorized needs a value"), std::string::npos) << pub.err();
+    EXPECT_NE(tap.err().find("krin-tap: option --curve-secret needs a value"), std::string::npos) << tap.err();
 }
 
 }  // namespace

@@ -1,11 +1,34 @@
 #include "tools/demo/DemoOptions.h"
 
 #include "tools/common/CommandLine.h"
+#include "tools/common/CurveOptions.h"
 #include "tools/loader/PluginLoader.h"
 
 namespace lumo::demo {
 
 using namespace lumo::tools;
+
+namespace {
+
+/// The runtime's CURVE properties for a run with --curve. The demo's single
+/// runtime both publishes and subscribes, so it holds both sides' keys, and
+/// lists the subscribers' public key as the only one its endpoints admit.
+void switchCurveOn(orlo::dabo::Dabo::Properties& properties) {
+    for (const auto& property : properties) {
+        if (property.first.rfind("krin.runtime.curve.", 0) == 0) {
+            throw UsageError("option --curve makes its own keys; leave out -p " + property.first);
+        }
+    }
+    const CurveKeyPair server = newCurveKeyPair();
+    const CurveKeyPair client = newCurveKeyPair();
+    properties["krin.runtime.curve.serverSecretKey"] = server.secretKey;
+    properties["krin.runtime.curve.serverPublicKey"] = server.publicKey;
+    properties["krin.runtime.curve.publicKey"] = client.publicKey;
+    properties["krin.runtime.curve.secretKey"] = client.secretKey;
+    properties["krin.runtime.curve.authorizedKeys"] = client.publicKey;
+}
+
+}  // namespace
 
 DemoOptions parseDemoOptions(int argc, char** argv) {
     DemoOptions options;
@@ -32,9 +55,14 @@ DemoOptions parseDemoOptions(int argc, char** argv) {
             addProperty(options.properties, optionValue(argc, argv, i, argument));
         } else if (argument == "--quiet" || argument == "-q") {
             options.quiet = true;
+        } else if (argument == "--curve") {
+            options.curve = true;
         } else {
             throw UsageError("unexpected argument " + argument);
         }
+    }
+    if (options.curve && !options.help) {
+        switchCurveOn(options.properties);
     }
     return options;
 }
@@ -70,6 +98,9 @@ void printDemoUsage(std::ostream& out) {
            "  --plugin PATH      the plug-in to load (default: "
         << PluginLoader::defaultPath()
         << ")\n"
+           "  --curve            run authenticated and encrypted (CURVE): a server key pair\n"
+           "                     and a subscriber key pair are made for the run, and the\n"
+           "                     endpoints admit only that subscriber key\n"
            "  --quiet            no progress lines, only the table\n"
            "  --help             this text\n"
            "\n"

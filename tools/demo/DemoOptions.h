@@ -21,6 +21,10 @@ struct DemoOptions {
     orlo::dabo::Dabo::Properties properties;
     bool quiet = false;
     bool help = false;
+    /// The loop runs authenticated and encrypted: a server key pair for the
+    /// publishing side and a client key pair, the only one admitted, are
+    /// made for the run and set as the runtime's CURVE properties.
+    bool curve = false;
 };
 
 /// Parses the command line; throws `lumo::tools::UsageError` for a bad one.

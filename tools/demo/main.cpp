@@ -54,6 +54,17 @@ demo::ReportRow rowOf(const demo::Ledger& ledger, const std::string& path) {
     return row;
 }
 
+std::string transportOf(const demo::DemoOptions& options) {
+    if (options.curve) {
+        return "CURVE, authenticated and encrypted (a server key pair and one admitted subscriber key, made for "
+               "this run)";
+    }
+    if (options.properties.count("krin.runtime.curve.serverSecretKey") != 0) {
+        return "CURVE, with the keys given";
+    }
+    return "plain TCP";
+}
+
 int runDemo(const demo::DemoOptions& options) {
     auto logger = log4cplus::Logger::getInstance("lumo.demo");
     tools::PluginLoader plugin(options.plugin);
@@ -63,7 +74,8 @@ int runDemo(const demo::DemoOptions& options) {
     demo::DemoContext context{plugin, schema, runtime, options.properties,
                               "krin.ps://127.0.0.1:" + std::to_string(port)};
     std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"
-              << "lumo-demo: runtime on " << context.endpoint << ", topics under /lumo/demo/\n";
+              << "lumo-demo: runtime on " << context.endpoint << ", topics under /lumo/demo/\n"
+              << "lumo-demo: transport: " << transportOf(options) << "\n";
     LOG4CPLUS_INFO(logger, "plug-in " << plugin.path() << ", schema " << schema.fileName() << ", endpoint "
                                       << context.endpoint);
 
@@ -108,7 +120,8 @@ int runDemo(const demo::DemoOptions& options) {
     std::cout << "\n";
     const bool passed = demo::printReport(rows, std::cout);
     std::cout << "Loop latency: from the sensor's timestamp_utc, carried back in timestamp_in_utc,\n"
-                 "to the arrival of the controller's command at the monitor.\n";
+                 "to the arrival of the controller's command at the monitor.\n"
+              << "Transport: " << transportOf(options) << "\n";
     return passed ? tools::exitOk : tools::exitFailed;
 }
 

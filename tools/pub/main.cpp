@@ -11,6 +11,7 @@
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "tools/common/CommandLine.h"
+#include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
@@ -58,7 +59,9 @@ void usage(std::ostream& out) {
         << PluginLoader::defaultPath()
         << ")\n"
            "  --help         this text\n"
-           "\n"
+           "\n";
+    printCurveOptions(out);
+    out << "\n"
            "Exit status: 0 when all samples are published or when interrupted; 2 for a\n"
            "bad argument, URI, topic, property or value; 3 if the plug-in or the runtime\n"
            "could not be set up or a publish failed.\n";
@@ -90,6 +93,8 @@ Options parse(int argc, char** argv, bool& help) {
             addProperty(options.properties, optionValue(argc, argv, i, argument));
         } else if (argument == "--plugin") {
             options.plugin = optionValue(argc, argv, i, argument);
+        } else if (takeCurveOption(argc, argv, i, options.properties)) {
+            continue;
         } else if (argument.size() > 1 && argument[0] == '-') {
             throw UsageError("unknown option " + argument);
         } else {

@@ -13,6 +13,7 @@
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/krin/detail/ps/topicTraits.h"
 #include "tools/common/CommandLine.h"
+#include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
@@ -57,7 +58,9 @@ void usage(std::ostream& out) {
         << PluginLoader::defaultPath()
         << ")\n"
            "  --help              this text\n"
-           "\n"
+           "\n";
+    printCurveOptions(out);
+    out << "\n"
            "Exit status: 0 when interrupted, after --duration or after --count samples;\n"
            "1 if --count samples did not come within --duration; 2 for a bad argument,\n"
            "URI, topic or property; 3 if the plug-in or the runtime could not be set up.\n";
@@ -97,6 +100,8 @@ Options parse(int argc, char** argv, bool& help) {
             addProperty(options.properties, optionValue(argc, argv, i, argument));
         } else if (argument == "--plugin") {
             options.plugin = optionValue(argc, argv, i, argument);
+        } else if (takeCurveOption(argc, argv, i, options.properties)) {
+            continue;
         } else if (argument.size() > 1 && argument[0] == '-') {
             throw UsageError("unknown option " + argument);
         } else {
