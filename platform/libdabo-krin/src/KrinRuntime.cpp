@@ -228,6 +228,13 @@ void KrinRuntime::registerPublisher(RuntimeCommand& command, std::chrono::steady
         xpub->set(zmq::sockopt::xpub_verbose, 1);
         socketOptions.applyToPublishing(*xpub);
         allowIpv6For(*xpub, command.endpoint);
+        // Watching from before the bind, so that no connection goes unseen;
+        // declared after the socket, so that it stops first.
+        std::unique_ptr<ConnectionMonitor> monitor;
+        if (socketOptions.messageSizeLimit() > 0) {
+            monitor = std::make_unique<ConnectionMonitor>(zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
+                                                          command.endpoint, socketOptions.messageSizeLimit());
+        }
         try {
             xpub->bind(command.endpoint);
         } catch (const zmq::error_t& e) {
@@ -243,11 +250,6 @@ void KrinRuntime::registerPublisher(RuntimeCommand& command, std::chrono::steady
             return;
         }
         LOG4CPLUS_TRACE(logger, "Bound endpoint " << command.endpoint);
-        std::unique_ptr<ConnectionMonitor> monitor;
-        if (socketOptions.messageSizeLimit() > 0) {
-            monitor = std::make_unique<ConnectionMonitor>(zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
-                                                          command.endpoint, socketOptions.messageSizeLimit());
-        }
         endpoint = endpoints.emplace(command.endpoint, Endpoint{std::move(xpub), 0, std::move(monitor)}).first;
         pollItemsStale = true;
     }
@@ -300,17 +302,19 @@ void KrinRuntime::registerSubscriber(RuntimeCommand& command) {
     socketOptions.applyToSubscribing(*socket);
     allowIpv6For(*socket, command.endpoint);
     socket->set(zmq::sockopt::subscribe, command.topicIdFrame);
-    try {
-        socket->connect(command.endpoint);
-    } catch (const zmq::error_t& e) {
-        LOG4CPLUS_ERROR(logger, "Failed to connect subscriber to " << command.endpoint << ": " << e.what());
-        socket->close();
-        return;
-    }
+    // Watching from before the connection, so that none of its events goes unseen.
     std::unique_ptr<ConnectionMonitor> monitor;
     if (socketOptions.messageSizeLimit() > 0) {
         monitor = std::make_unique<ConnectionMonitor>(zmqContext, *socket, ConnectionMonitor::Side::Subscribing,
                                                       command.endpoint, socketOptions.messageSizeLimit());
+    }
+    try {
+        socket->connect(command.endpoint);
+    } catch (const zmq::error_t& e) {
+        LOG4CPLUS_ERROR(logger, "Failed to connect subscriber to " << command.endpoint << ": " << e.what());
+        monitor.reset();
+        socket->close();
+        return;
     }
     zmq::socket_t* key = socket.get();
     pollItemsStale = pollItemsStale || monitor != nullptr;
