@@ -63,14 +63,14 @@ int main(int argc, char** argv) {
 
     std::vector<Publisher> publishers;
     for (int i = 3; i < argc; ++i) {
-        const std::string spec(argv[i]);
-        const auto bar = spec.find('|');
+        const std::string endpointAndTopic(argv[i]);
+        const auto bar = endpointAndTopic.find('|');
         if (bar == std::string::npos) {
-            return fail("bad publisher " + spec);
+            return fail("bad publisher " + endpointAndTopic);
         }
         Publisher publisher;
-        publisher.endpoint = spec.substr(0, bar);
-        const std::string topic = spec.substr(bar + 1);
+        publisher.endpoint = endpointAndTopic.substr(0, bar);
+        const std::string topic = endpointAndTopic.substr(bar + 1);
         publisher.topicFrame = createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
         publisher.dealer = dabo->createDealer();
         publisher.handler = std::make_shared<lumo::test::RecordingHandler>();
