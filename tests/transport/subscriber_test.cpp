@@ -241,7 +241,7 @@ TEST(KrinSubscriberTest, RegisteredAfterTheTimeOutNoLongerReachesTheDroppedSubsc
     // The runtime's thread may still hold the witness from that delivery. A
     // call whose event is delivered at once returns only after that delivery,
     // so once it returns the witness and the runtime end on this thread.
-    std::weak_ptr<EventsHandler> fence = witness;
+    std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> fence = witness;
     dabo->unregisterPublisher("tcp://127.0.0.1:1", "fence", fence);
 
     const auto registeredLines = linesStartingWith(log.traces(), "REGISTERED event received for KrinSubscriber: ");
