@@ -19,7 +19,7 @@
 #include "ChildProcess.h"
 #include "FreePort.h"
 #include "HostFactories.h"
-#include "LogWatch.h"
+#include "CapturingAppender.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/util/DaboUtil.h"
@@ -222,7 +222,7 @@ TEST_F(CurveTransportTest, SubscribersWhoseKeysAreListedAreAdmittedAndReceive) {
 }
 
 TEST_F(CurveTransportTest, UnlistedSubscriberWithTheServersKeyIsRefusedWithAWarningWhileAListedOneGoesOnReceiving) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string path = "/security/curve/unlisted";
     const std::string port = std::to_string(lumo::test::freePort());
     const KeyPair listed = newKeyPair();
@@ -249,9 +249,9 @@ TEST_F(CurveTransportTest, UnlistedSubscriberWithTheServersKeyIsRefusedWithAWarn
     EXPECT_TRUE(unlistedSubscriber->read(0).empty());
     EXPECT_TRUE(unlistedStore->readMostRecent(std::chrono::milliseconds(0)).empty());
     // One line per refused connection: ZeroMQ does not try again after a refusal.
-    EXPECT_EQ(log.lines(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey),
+    EXPECT_EQ(log.messagesContaining(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey),
               (std::vector<std::string>{refusalOf(unlisted), refusalOf(unlisted)}));
-    EXPECT_TRUE(log.lines(log4cplus::WARN_LOG_LEVEL, listed.publicKey).empty());
+    EXPECT_TRUE(log.messagesContaining(log4cplus::WARN_LOG_LEVEL, listed.publicKey).empty());
 
     unlistedSubscriber->close();
     unlistedStore->close();
@@ -260,7 +260,7 @@ TEST_F(CurveTransportTest, UnlistedSubscriberWithTheServersKeyIsRefusedWithAWarn
 }
 
 TEST_F(CurveTransportTest, SubscriberWithAFreshKeyPairIsRefusedWhereKeysAreListed) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string path = "/security/curve/fresh";
     const std::string port = std::to_string(lumo::test::freePort());
     const KeyPair listed = newKeyPair();
@@ -283,7 +283,7 @@ TEST_F(CurveTransportTest, SubscriberWithAFreshKeyPairIsRefusedWhereKeysAreListe
 }
 
 TEST_F(CurveTransportTest, OnlyTheListedSubscriberProcessReceivesFromAnAuthenticatingProcess) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string path = "/security/curve/processes";
     const std::string port = std::to_string(lumo::test::freePort());
     const KeyPair listed = newKeyPair();
@@ -314,7 +314,7 @@ TEST_F(CurveTransportTest, OnlyTheListedSubscriberProcessReceivesFromAnAuthentic
     ASSERT_TRUE(unlistedProcess.send("report"));
     EXPECT_EQ(unlistedProcess.awaitLine("samples"), "samples 0");
     EXPECT_EQ(joins.count(frameOf(path)), 1);
-    EXPECT_EQ(log.lines(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey),
+    EXPECT_EQ(log.messagesContaining(log4cplus::WARN_LOG_LEVEL, unlisted.publicKey),
               std::vector<std::string>{refusalOf(unlisted)});
 
     ASSERT_TRUE(listedProcess.send("quit"));

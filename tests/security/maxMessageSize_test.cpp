@@ -22,7 +22,7 @@
 
 #include "FreePort.h"
 #include "HostFactories.h"
-#include "LogWatch.h"
+#include "CapturingAppender.h"
 #include "WirePeer.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/ps/DataEventFilter.h"
@@ -153,7 +153,7 @@ std::string droppedLine(const std::string& endpoint) {
 }
 
 TEST(MaxMessageSizeTest, OversizeMessageIsLoggedAsAnErrorAndTheSubscriberReceivesTheNextOneThatFits) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const Runtime dabo = KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}});
     WirePeer hostile;
     const std::string path = "/security/oversizeLogged";
@@ -167,12 +167,12 @@ TEST(MaxMessageSizeTest, OversizeMessageIsLoggedAsAnErrorAndTheSubscriberReceive
     ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 2, seen));
 
     EXPECT_EQ(std::count(seen.begin(), seen.end(), 666u), 0) << "the oversize sample was delivered";
-    EXPECT_EQ(log.lines(log4cplus::ERROR_LOG_LEVEL), std::vector<std::string>{droppedLine(hostile.endpoint())});
+    EXPECT_EQ(log.messagesContaining(log4cplus::ERROR_LOG_LEVEL), std::vector<std::string>{droppedLine(hostile.endpoint())});
     subscriber->close();
 }
 
 TEST(MaxMessageSizeTest, SubscriberCutOffAgainAndAgainByOversizeMessagesIsConnectedAfreshEachTime) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const Runtime dabo = KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}});
     WirePeer hostile;
     const std::string path = "/security/oversizeRepeated";
@@ -190,7 +190,7 @@ TEST(MaxMessageSizeTest, SubscriberCutOffAgainAndAgainByOversizeMessagesIsConnec
 }
 
 TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOtherSubscribersGoOnReceiving) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     std::mutex joinedMutex;
     std::condition_variable joinedChanged;
     int joined = 0;
@@ -246,7 +246,7 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
 }
 
 TEST(MaxMessageSizeTest, PeerThatGoesAwayIsLoggedOnlyWhileALimitIsSet) {
-    lumo::security::LogWatch log("vexa.dabo.krin.runtime");
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string path = "/security/peerGone";
     std::vector<std::uint32_t> seen;
     // Without a limit nothing watches the connections.
@@ -267,7 +267,7 @@ TEST(MaxMessageSizeTest, PeerThatGoesAwayIsLoggedOnlyWhileALimitIsSet) {
     watchedPeer.reset();
     ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, droppedLine(watchedEndpoint)));
 
-    EXPECT_TRUE(log.lines(log4cplus::ERROR_LOG_LEVEL, unwatchedEndpoint).empty());
+    EXPECT_TRUE(log.messagesContaining(log4cplus::ERROR_LOG_LEVEL, unwatchedEndpoint).empty());
     unwatched->close();
     watched->close();
 }
