@@ -19,7 +19,7 @@
 #include "tools/common/TopicUri.h"
 #include "tools/common/Topics.h"
 #include "tools/tap/RateMeter.h"
-#include "tools/tap/WireTap.h"
+#include "tools/common/WireTap.h"
 
 namespace {
 
@@ -157,7 +157,7 @@ int run(const Options& options) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());
     }
-    auto tap = WireTap::open(runtime, uri);
+    auto tap = WireTap::open(runtime, uri, "krin-tap");
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
 
     using Clock = std::chrono::steady_clock;

@@ -1,4 +1,4 @@
-#include "tools/tap/WireTap.h"
+#include "tools/common/WireTap.h"
 
 #include <iostream>
 #include <stdexcept>
@@ -12,14 +12,15 @@ namespace lumo::tools {
 
 using orlo::dabo::krin::detail::KrinDaboEvent;
 
-WireTap::WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime) : runtime(std::move(runtime)) {}
+WireTap::WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime, std::string tool)
+    : runtime(std::move(runtime)), tool(std::move(tool)) {}
 
 std::shared_ptr<WireTap> WireTap::open(const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime,
-                                       const std::string& uri) {
+                                       const std::string& uri, const std::string& tool) {
     const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, false, true);
     const std::string frame = orlo::dabo::krin::detail::createFrame0(
         static_cast<std::uint32_t>(orlo::dabo::util::topicNameHash(address.topic)));
-    std::shared_ptr<WireTap> tap(new WireTap(runtime));
+    std::shared_ptr<WireTap> tap(new WireTap(runtime, tool));
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = tap;
     runtime->registerSubscriber(uri, frame, handler);
     std::unique_lock<std::mutex> lock(tap->mutex);
@@ -74,7 +75,7 @@ void WireTap::readMessage(zmq::socket_t& from) {
         discardFrames(from);
         std::lock_guard<std::mutex> lock(mutex);
         ++malformedCount;
-        std::cerr << "krin-tap: dropped a message: " << failure.what() << std::endl;
+        std::cerr << tool << ": dropped a message: " << failure.what() << std::endl;
         return;
     }
     {

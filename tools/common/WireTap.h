@@ -29,9 +29,10 @@ struct WireSample {
 /// Messages are read on the runtime's thread and queued for the caller's.
 class WireTap : public orlo::dabo::krin::detail::EventsHandler, public std::enable_shared_from_this<WireTap> {
 public:
-    /// Subscribes to the topic of `uri` (a checked topic URI).
+    /// Subscribes to the topic of `uri` (a checked topic URI); `tool` heads
+    /// the reports of malformed messages.
     static std::shared_ptr<WireTap> open(const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime,
-                                         const std::string& uri);
+                                         const std::string& uri, const std::string& tool);
 
     WireTap(const WireTap&) = delete;
     WireTap& operator=(const WireTap&) = delete;
@@ -49,10 +50,11 @@ public:
     void close();
 
 private:
-    explicit WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime);
+    WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime, std::string tool);
     void readMessage(zmq::socket_t& socket);
 
     std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    const std::string tool;
     mutable std::mutex mutex;
     std::condition_variable changed;
     std::deque<WireSample> received;

@@ -1,0 +1,214 @@
+// krin-scope: subscribes to live topics and serves a page that plots any of
+// their numeric fields, found in the schema the plug-in exports.
+
+#include <CLI/CLI.hpp>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <csignal>
+#include <iostream>
+#include <thread>
+
+#include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/ps/topicTraits.h"
+#include "tools/common/CommandLine.h"
+#include "tools/common/Schema.h"
+#include "tools/common/ToolLogging.h"
+#include "tools/common/TopicUri.h"
+#include "tools/common/Topics.h"
+#include "tools/scope/ScopeServer.h"
+#include "tools/scope/TopicFeed.h"
+
+namespace {
+
+using namespace lumo::tools;
+using lumo::scope::TopicFeed;
+
+std::atomic<bool> interrupted{false};
+
+void onSignal(int) { interrupted = true; }
+
+struct Options {
+    std::string listen = "127.0.0.1:0";
+    std::vector<std::string> properties;
+    std::string plugin = PluginLoader::defaultPath();
+    std::size_t maxPages = 16;
+    std::vector<std::string> subscriptions;
+};
+
+std::string topicList() {
+    std::string list;
+    for (const auto& name : topicNames()) {
+        list += " " + name;
+    }
+    return list;
+}
+
+std::string footer() {
+    return "URI is krin.ps://HOST:PORT/PATH; without a PATH, /TOPIC is used.\n"
+           "TOPIC is one of:" +
+           topicList() +
+           ".\n\n"
+           "The page lists every numeric field of every subscribed topic; pick fields to\n"
+           "plot them against the samples' source time. Scalars become lines (at most\n"
+           "200 points a second each, keeping each 10 ms's minimum and maximum), arrays\n"
+           "their latest vector, enumerations steps with their names. The page binds to\n"
+           "127.0.0.1 unless --listen says otherwise: whoever reaches the address can\n"
+           "read every subscribed topic. GET /stats.json gives the counts per topic.\n\n"
+           "Exit status: 0 when interrupted; 2 for a bad argument, URI, topic or\n"
+           "property; 3 if the plug-in, the runtime or the listening socket could not be\n"
+           "set up.";
+}
+
+/// HOST:PORT of --listen; refused unless the port is a number up to 65535.
+void splitListen(const std::string& text, std::string& host, unsigned short& port) {
+    const auto colon = text.rfind(':');
+    if (colon == std::string::npos || colon == 0) {
+        throw UsageError("option --listen takes HOST:PORT, not '" + text + "'");
+    }
+    host = text.substr(0, colon);
+    const unsigned long number = wholeNumber(text.substr(colon + 1), "--listen");
+    if (number > 65535) {
+        throw UsageError("option --listen takes a port up to 65535, not " + text.substr(colon + 1));
+    }
+    port = static_cast<unsigned short>(number);
+}
+
+/// The constant that the plug-in's publishers put in the header of `topic`.
+std::uint32_t typeHashOf(const std::string& topic) {
+    std::uint32_t hash = 0;
+    withTopic(topic, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        hash = orlo::dabo::krin::detail::ps::TopicTraits<T>::dataEntityTypeHash;
+    });
+    return hash;
+}
+
+/// Many pages, or many connections that try, must not run the process out
+/// of descriptors before it can refuse them.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+int run(const Options& options) {
+    orlo::dabo::Dabo::Properties properties;
+    for (const auto& property : options.properties) {
+        addProperty(properties, property);
+    }
+    std::string host;
+    unsigned short port = 0;
+    splitListen(options.listen, host, port);
+    std::vector<std::pair<std::string, std::string>> topicsAndUris;
+    for (std::size_t i = 0; i + 1 < options.subscriptions.size(); i += 2) {
+        const std::string& topic = options.subscriptions[i + 1];
+        if (!withTopic(topic, [](auto) {})) {
+            throw UsageError("unknown topic '" + topic + "'; see --help for the topics");
+        }
+        try {
+            topicsAndUris.emplace_back(topic, topicUri(options.subscriptions[i], topic, false));
+        } catch (const orlo::dabo::DaboException& refusal) {
+            throw UsageError(refusal.what());
+        }
+    }
+    try {
+        checkProperties(properties, "krin-scope");
+    } catch (const orlo::dabo::DaboException& refusal) {
+        throw UsageError(refusal.what());
+    }
+
+    PluginLoader plugin(options.plugin);
+    Schema schema(plugin);
+    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    try {
+        runtime = orlo::dabo::krin::detail::KrinDabo::create(properties);
+    } catch (const orlo::dabo::DaboException& refusal) {
+        throw UsageError(refusal.what());
+    }
+    std::vector<std::unique_ptr<TopicFeed>> feeds;
+    for (const auto& [topic, uri] : topicsAndUris) {
+        const auto* type = schema.find(topic);
+        if (type == nullptr) {
+            throw PluginLoadError("the schema " + schema.fileName() + " has no message " + topic);
+        }
+        feeds.push_back(std::make_unique<TopicFeed>(feeds.size(), topic, uri, schema.newMessage(*type),
+                                                    typeHashOf(topic), WireTap::open(runtime, uri, "krin-scope")));
+    }
+    raiseDescriptorLimit();
+    lumo::scope::ServerLimits limits;
+    limits.viewers = options.maxPages;
+    lumo::scope::ScopeServer server(feeds, limits);
+    server.listen(host, port);
+    for (auto& feed : feeds) {
+        feed->start();
+    }
+    server.start();
+    std::cout << "krin-scope: serving http://" << (host.find(':') != std::string::npos ? "[" + host + "]" : host)
+              << ":" << server.port() << "/" << std::endl;
+    while (!interrupted) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    server.stop();
+    for (auto& feed : feeds) {
+        feed->stop();
+    }
+    for (const auto& feed : feeds) {
+        const auto counts = feed->counts();
+        std::cerr << "krin-scope: " << feed->topic() << " at " << feed->uri() << ": " << counts.samples
+                  << " samples, " << counts.gaps << " gaps, " << counts.missing << " missing, " << counts.refused
+                  << " refused" << std::endl;
+    }
+    std::cerr << "krin-scope: " << server.statsJson() << std::endl;
+    return exitOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+    std::signal(SIGPIPE, SIG_IGN);
+    configureToolLogging();
+    Options options;
+    CLI::App app("Plots live topics in a browser: subscribes to each TOPIC at its URI and serves a page.",
+                 "krin-scope");
+    app.add_option("--listen", options.listen, "the page's address (default 127.0.0.1 on a free port)")
+        ->type_name("HOST:PORT");
+    app.add_option("-p", options.properties, "a runtime property, e.g. -p krin.runtime.highWaterMark=5000")
+        ->type_name("KEY=VALUE")
+        ->allow_extra_args(false);
+    app.add_option("--plugin", options.plugin, "the plug-in whose schema decodes the samples")
+        ->type_name("PATH")
+        ->default_str(options.plugin);
+    app.add_option("--max-pages", options.maxPages, "pages open at once; more are refused (default 16)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000));
+    app.add_option("URI TOPIC", options.subscriptions, "a subscription; give several pairs for several")
+        ->type_name("")
+        ->required();
+    app.footer(footer());
+    try {
+        app.parse(argc, argv);
+        if (options.subscriptions.size() % 2 != 0) {
+            throw UsageError("expected URI TOPIC pairs, got " + std::to_string(options.subscriptions.size()) +
+                             " arguments");
+        }
+        return run(options);
+    } catch (const CLI::CallForHelp&) {
+        std::cout << app.help();
+        return exitOk;
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "krin-scope: " << error.what() << "\n(krin-scope --help explains the arguments)" << std::endl;
+        return exitUsage;
+    } catch (const UsageError& error) {
+        std::cerr << "krin-scope: " << error.what() << "\n(krin-scope --help explains the arguments)" << std::endl;
+        return exitUsage;
+    } catch (const std::exception& error) {
+        std::cerr << "krin-scope: " << error.what() << std::endl;
+        return exitSetup;
+    }
+}
