@@ -96,14 +96,14 @@ bool ScopeServer::validate(Handle handle) {
                              " pages are open already; close one to open another\n");
         return false;
     }
+    // Counted from here, not from the opening, so that a crowd of handshakes
+    // at once cannot pass the limit together; the fail handler lets go of
+    // the ones that never open.
+    pages[handle] = Page{std::make_shared<Viewer>(limits.waitingPoints)};
     return true;
 }
 
 void ScopeServer::opened(Handle handle) {
-    {
-        std::lock_guard<std::mutex> lock(pagesMutex);
-        pages[handle] = Page{std::make_shared<Viewer>(limits.waitingPoints)};
-    }
     websocketpp::lib::error_code error;
     server.send(handle, catalogJson(), websocketpp::frame::opcode::text, error);
 }
@@ -233,7 +233,7 @@ void ScopeServer::tick(const websocketpp::lib::error_code& error) {
     for (const auto& [handle, viewer] : open) {
         websocketpp::lib::error_code sendError;
         auto connection = server.get_con_from_hdl(handle, sendError);
-        if (sendError) {
+        if (sendError || connection->get_state() != websocketpp::session::state::open) {
             continue;
         }
         // A page that does not keep up is skipped; its box fills and drops.
