@@ -12,7 +12,12 @@ packages=(
   liburiparser-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
+  libwebsocketpp-dev libboost-dev libcli11-dev chromium
 )
+# krin-scope's page is built with Node.js; the machine's own if it has one.
+if ! command -v node >/dev/null 2>&1; then
+  packages+=(nodejs npm)
+fi
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
 # measured against, the plotting tool and GNU time for the peer's CPU time.
@@ -30,13 +35,23 @@ done
 
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all packages present"
-  exit 0
+else
+  SUDO=""
+  if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+
+  echo "setup: installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
-
-echo "setup: installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# The npm packages of krin-scope's page and of its browser tests, exactly as
+# their lock files pin them; the npm cache serves them when it can.
+root="$(cd "$(dirname "$0")/.." && pwd)"
+for folder in "$root/tools/scope/web" "$root/tests/scope"; do
+  if [ ! -f "$folder/node_modules/.package-lock.json" ] ||
+     [ "$folder/package-lock.json" -nt "$folder/node_modules/.package-lock.json" ]; then
+    echo "setup: npm ci in ${folder#"$root"/}"
+    (cd "$folder" && npm ci --prefer-offline --no-audit --no-fund --loglevel=error)
+  fi
+done

@@ -78,11 +78,16 @@ void WireTap::readMessage(zmq::socket_t& from) {
         std::cerr << tool << ": dropped a message: " << failure.what() << std::endl;
         return;
     }
+    bool wasEmpty = false;
     {
         std::lock_guard<std::mutex> lock(mutex);
+        wasEmpty = received.empty();
         received.push_back(std::move(sample));
     }
-    changed.notify_all();
+    // A reader waits only on an empty queue.
+    if (wasEmpty) {
+        changed.notify_all();
+    }
 }
 
 bool WireTap::next(WireSample& sample, std::chrono::milliseconds limit) {
@@ -92,6 +97,16 @@ bool WireTap::next(WireSample& sample, std::chrono::milliseconds limit) {
     }
     sample = std::move(received.front());
     received.pop_front();
+    return true;
+}
+
+bool WireTap::nextAll(std::deque<WireSample>& samples, std::chrono::milliseconds limit) {
+    samples.clear();
+    std::unique_lock<std::mutex> lock(mutex);
+    if (!changed.wait_for(lock, limit, [&] { return !received.empty(); })) {
+        return false;
+    }
+    samples.swap(received);
     return true;
 }
 

@@ -43,6 +43,11 @@ public:
     /// Waits up to `limit` for the next message; false if none came.
     bool next(WireSample& sample, std::chrono::milliseconds limit);
 
+    /// Waits up to `limit` for messages and moves all that are queued to
+    /// `samples` (emptied first); false if none came. A fast topic is then
+    /// taken in batches, with one wake-up per batch instead of per message.
+    bool nextAll(std::deque<WireSample>& samples, std::chrono::milliseconds limit);
+
     /// Messages that could not be taken apart, reported on stderr as they came.
     unsigned long malformed() const;
 

@@ -57,6 +57,8 @@ DemoOptions parseDemoOptions(int argc, char** argv) {
             options.quiet = true;
         } else if (argument == "--curve") {
             options.curve = true;
+        } else if (argument == "--scope") {
+            options.scope = true;
         } else {
             throw UsageError("unexpected argument " + argument);
         }
@@ -101,6 +103,8 @@ void printDemoUsage(std::ostream& out) {
            "  --curve            run authenticated and encrypted (CURVE): a server key pair\n"
            "                     and a subscriber key pair are made for the run, and the\n"
            "                     endpoints admit only that subscriber key\n"
+           "  --scope            start krin-scope on the demo's topics and print the address\n"
+           "                     of its page; it serves the page until Ctrl-C\n"
            "  --quiet            no progress lines, only the table\n"
            "  --help             this text\n"
            "\n"

@@ -25,6 +25,9 @@ struct DemoOptions {
     /// publishing side and a client key pair, the only one admitted, are
     /// made for the run and set as the runtime's CURVE properties.
     bool curve = false;
+    /// krin-scope is started on the demo's topics and serves its page until
+    /// the user interrupts.
+    bool scope = false;
 };
 
 /// Parses the command line; throws `lumo::tools::UsageError` for a bad one.

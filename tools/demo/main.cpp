@@ -20,6 +20,7 @@
 #include "tools/demo/DemoOptions.h"
 #include "tools/demo/Report.h"
 #include "tools/demo/RoundTrips.h"
+#include "tools/demo/ScopeProcess.h"
 #include "tools/demo/TelescopeLoop.h"
 
 namespace {
@@ -79,6 +80,19 @@ int runDemo(const demo::DemoOptions& options) {
     LOG4CPLUS_INFO(logger, "plug-in " << plugin.path() << ", schema " << schema.fileName() << ", endpoint "
                                       << context.endpoint);
 
+    std::unique_ptr<demo::ScopeProcess> scope;
+    if (options.scope) {
+        std::vector<std::string> arguments{"--plugin", options.plugin};
+        for (const auto& [key, value] : options.properties) {
+            arguments.insert(arguments.end(), {"-p", key + "=" + value});
+        }
+        for (const auto& topic : tools::topicNames()) {
+            arguments.insert(arguments.end(), {context.uriOf(topic), topic});
+        }
+        scope = std::make_unique<demo::ScopeProcess>(arguments);
+        std::cout << "lumo-demo: scope at " << scope->address() << ", open it in a browser" << std::endl;
+    }
+
     demo::RoundTrips roundTrips(context, 3);
     demo::TelescopeLoop loop(context, options.sensorRate);
     loop.start();
@@ -122,6 +136,11 @@ int runDemo(const demo::DemoOptions& options) {
     std::cout << "Loop latency: from the sensor's timestamp_utc, carried back in timestamp_in_utc,\n"
                  "to the arrival of the controller's command at the monitor.\n"
               << "Transport: " << transportOf(options) << "\n";
+    if (scope) {
+        std::cout << "lumo-demo: the scope serves " << scope->address() << " until Ctrl-C" << std::endl;
+        demo::waitForInterrupt();
+        scope->stop();
+    }
     return passed ? tools::exitOk : tools::exitFailed;
 }
 

@@ -299,7 +299,8 @@ std::string ScopeServer::countsJson(const Viewer* viewer) const {
         out += ",\"uri\":";
         appendJsonString(out, feeds[i]->uri());
         out += ",\"samples\":" + std::to_string(counts.samples) + ",\"gaps\":" + std::to_string(counts.gaps) +
-               ",\"missing\":" + std::to_string(counts.missing) + ",\"refused\":" + std::to_string(counts.refused) +
+               ",\"missing\":" + std::to_string(counts.missing) + ",\"first\":" + std::to_string(counts.firstSequence) +
+               ",\"last\":" + std::to_string(counts.lastSequence) + ",\"refused\":" + std::to_string(counts.refused) +
                ",\"rate\":";
         appendJsonNumber(out, counts.rate);
         out += '}';

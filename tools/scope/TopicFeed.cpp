@@ -79,11 +79,11 @@ void TopicFeed::stop() {
 }
 
 void TopicFeed::run() {
-    lumo::tools::WireSample sample;
+    std::deque<lumo::tools::WireSample> samples;
     while (!stopping) {
-        const bool got = tap->next(sample, idleWait);
+        tap->nextAll(samples, idleWait);
         const auto now = Clock::now();
-        if (got) {
+        for (const auto& sample : samples) {
             take(sample, now);
         }
         passDue(now);
@@ -94,14 +94,16 @@ void TopicFeed::run() {
 void TopicFeed::count(std::uint32_t sampleSequence) {
     std::lock_guard<std::mutex> lock(countMutex);
     ++totals.samples;
-    if (seenAny && sampleSequence != lastSequence + 1) {
+    if (!seenAny) {
+        totals.firstSequence = sampleSequence;
+    } else if (sampleSequence != totals.lastSequence + 1) {
         ++totals.gaps;
-        if (sampleSequence > lastSequence) {
-            totals.missing += sampleSequence - lastSequence - 1;
+        if (sampleSequence > totals.lastSequence) {
+            totals.missing += sampleSequence - totals.lastSequence - 1;
         }
     }
     seenAny = true;
-    lastSequence = sampleSequence;
+    totals.lastSequence = sampleSequence;
 }
 
 void TopicFeed::take(const lumo::tools::WireSample& sample, Clock::time_point now) {

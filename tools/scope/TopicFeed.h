@@ -24,6 +24,10 @@ struct FeedCounts {
     /// Jumps in the header's sampleSequence, and the samples they skipped.
     unsigned long gaps = 0;
     unsigned long missing = 0;
+    /// The sampleSequence of the first and the latest sample: with no gaps,
+    /// every sample from the first on was received.
+    std::uint32_t firstSequence = 0;
+    std::uint32_t lastSequence = 0;
     /// Samples whose header names another type, or whose payload does not parse.
     unsigned long refused = 0;
     /// Samples per second over the last whole second.
@@ -99,7 +103,6 @@ private:
     mutable std::mutex countMutex;
     FeedCounts totals;
     bool seenAny = false;
-    std::uint32_t lastSequence = 0;
     unsigned long samplesAtLastSecond = 0;
     Clock::time_point lastSecond;
 

@@ -159,8 +159,9 @@ int run(const Options& options) {
     for (const auto& feed : feeds) {
         const auto counts = feed->counts();
         std::cerr << "krin-scope: " << feed->topic() << " at " << feed->uri() << ": " << counts.samples
-                  << " samples, " << counts.gaps << " gaps, " << counts.missing << " missing, " << counts.refused
-                  << " refused" << std::endl;
+                  << " samples (sampleSequence " << counts.firstSequence << " to " << counts.lastSequence << "), "
+                  << counts.gaps << " gaps, " << counts.missing << " missing, " << counts.refused << " refused"
+                  << std::endl;
     }
     std::cerr << "krin-scope: " << server.statsJson() << std::endl;
     return exitOk;

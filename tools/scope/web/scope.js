@@ -197,16 +197,22 @@ function labelOf(id) {
   return field ? `${field.topic}.${field.path}` : id;
 }
 
+// An axis as wide as its longest label, so that long names and big numbers show whole.
+function fittedSize(u, values) {
+  const longest = Math.max(3, ...(values || []).map((text) => String(text).length));
+  return 16 + 7 * longest;
+}
+
 function namesAxis(field) {
   return {
     values: (u, ticks) => ticks.map((v) => (field.names && field.names[v] !== undefined ? field.names[v]
       : field.kind === "bool" ? (v === 1 ? "true" : v === 0 ? "false" : "") : "")),
-    size: 150,
+    size: fittedSize,
   };
 }
 
 function optionsOf(chart, width) {
-  const base = { width, height: 240, legend: { live: true }, cursor: { drag: { x: true, y: false } } };
+  const base = { width, height: 220, legend: { live: true }, cursor: { drag: { x: true, y: false } } };
   const hooks = {
     setSelect: [() => { chart.zoomed = true; }],
   };
@@ -214,8 +220,8 @@ function optionsOf(chart, width) {
     const field = state.fields.get(chart.fields[0]);
     return {
       ...base,
-      scales: { x: { time: false } },
-      axes: [{ label: "index" }, {}],
+      scales: { x: { time: false, range: (u, min, max) => [-0.5, Math.max(max, 0) + 0.5] } },
+      axes: [{ label: "index", incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000] }, {}],
       series: [{ label: "index" }, {
         label: labelOf(field.id), stroke: palette[0], fill: palette[0] + "55",
         paths: uPlot.paths.bars({ size: [0.7, 60] }), points: { show: false },
@@ -231,7 +237,7 @@ function optionsOf(chart, width) {
       points: { show: false },
     });
   });
-  const axes = [{}, chart.kind === "steps" ? namesAxis(field) : {}];
+  const axes = [{}, chart.kind === "steps" ? namesAxis(field) : { size: fittedSize }];
   const scales = { x: { time: true } };
   if (chart.kind === "steps") {
     const numbers = field.names ? Object.keys(field.names).map(Number) : [0, 1];
@@ -352,7 +358,7 @@ $("unzoom").addEventListener("click", () => { for (const chart of state.charts) 
 $("filter").addEventListener("input", filterFields);
 window.addEventListener("resize", () => {
   const width = Math.max(300, $("charts").clientWidth - 24);
-  for (const chart of state.charts) chart.plot.setSize({ width, height: 240 });
+  for (const chart of state.charts) chart.plot.setSize({ width, height: 220 });
 });
 
 connect();
