@@ -200,7 +200,7 @@ function labelOf(id) {
 // An axis as wide as its longest label, so that long names and big numbers show whole.
 function fittedSize(u, values) {
   const longest = Math.max(3, ...(values || []).map((text) => String(text).length));
-  return 16 + 7 * longest;
+  return 16 + 8 * longest;
 }
 
 function namesAxis(field) {
