@@ -39,7 +39,7 @@ expect_file("${lib}/cmake/lumotypes-krin/lumotypes-krin-config.cmake")
 expect_file("${lib}/cmake/lumotypes-krin/lumotypes-krin-config-version.cmake")
 expect_file("${lib}/pkgconfig/lumotypes-krin.pc")
 expect_file("${lib}/pkgconfig/dabo-krin.pc")
-foreach(tool lumo-demo krin-tap krin-pub)
+foreach(tool lumo-demo krin-tap krin-pub krin-scope)
   expect_file("${prefix}/bin/${tool}")
 endforeach()
 
@@ -48,6 +48,12 @@ run_step("installed krin-tap --help" "${prefix}/bin/krin-tap" --help)
 string(FIND "${step_output}" "${lib}/libdabo-krin-lumotypes.so.0.9" at)
 if(at EQUAL -1)
   message(FATAL_ERROR "the installed krin-tap does not default to the installed plug-in:\n${step_output}")
+endif()
+# The scope's page is inside the program: nothing beside it is needed.
+run_step("installed krin-scope --help" "${prefix}/bin/krin-scope" --help)
+string(FIND "${step_output}" "${lib}/libdabo-krin-lumotypes.so.0.9" at)
+if(at EQUAL -1)
+  message(FATAL_ERROR "the installed krin-scope does not default to the installed plug-in:\n${step_output}")
 endif()
 
 # pkg-config names the plug-in where it was installed.

@@ -108,16 +108,23 @@ void ScopeServer::opened(Handle handle) {
     server.send(handle, catalogJson(), websocketpp::frame::opcode::text, error);
 }
 
-void ScopeServer::closed(Handle handle) {
-    std::shared_ptr<Viewer> viewer;
-    {
-        std::lock_guard<std::mutex> lock(pagesMutex);
-        const auto page = pages.find(handle);
-        if (page == pages.end()) {
-            return;
-        }
-        viewer = page->second.viewer;
+std::shared_ptr<Viewer> ScopeServer::viewerOf(Handle handle, bool forget) {
+    std::lock_guard<std::mutex> lock(pagesMutex);
+    const auto page = pages.find(handle);
+    if (page == pages.end()) {
+        return nullptr;
+    }
+    auto viewer = page->second.viewer;
+    if (forget) {
         pages.erase(page);
+    }
+    return viewer;
+}
+
+void ScopeServer::closed(Handle handle) {
+    const auto viewer = viewerOf(handle, true);
+    if (!viewer) {
+        return;
     }
     for (const auto& feed : feeds) {
         feed->watch(viewer, {});
@@ -136,14 +143,9 @@ void ScopeServer::refuse(Handle handle, const std::string& reason) {
 }
 
 void ScopeServer::received(Handle handle, Server::message_ptr message) {
-    std::shared_ptr<Viewer> viewer;
-    {
-        std::lock_guard<std::mutex> lock(pagesMutex);
-        const auto page = pages.find(handle);
-        if (page == pages.end()) {
-            return;
-        }
-        viewer = page->second.viewer;
+    const auto viewer = viewerOf(handle, false);
+    if (!viewer) {
+        return;
     }
     if (message->get_opcode() != websocketpp::frame::opcode::text) {
         refuse(handle, "messages are JSON text, such as {\"watch\":[\"0/sample_id\"]}");

@@ -59,6 +59,8 @@ private:
         std::shared_ptr<Viewer> viewer;
     };
 
+    /// The viewer of the page on `handle`, null if none; `forget` lets go of the page.
+    std::shared_ptr<Viewer> viewerOf(Handle handle, bool forget);
     bool validate(Handle handle);
     void opened(Handle handle);
     void closed(Handle handle);

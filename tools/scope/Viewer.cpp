@@ -17,6 +17,21 @@ void appendNumbers(std::string& out, const std::vector<double>& values) {
     out += ']';
 }
 
+/// `{"ID":VALUE,...}` with each value written by `write`.
+template <typename Map, typename Write>
+void appendById(std::string& out, const Map& values, Write write) {
+    out += '{';
+    bool first = true;
+    for (const auto& [id, value] : values) {
+        out += first ? "" : ",";
+        first = false;
+        appendJsonString(out, id);
+        out += ':';
+        write(out, value);
+    }
+    out += '}';
+}
+
 }  // namespace
 
 Viewer::Viewer(std::size_t pointLimit) : pointLimit(pointLimit) {}
@@ -57,31 +72,23 @@ std::string Viewer::takeBatch() {
     if (takenPoints.empty() && takenVectors.empty()) {
         return "";
     }
-    std::string out = "{\"points\":{";
-    bool first = true;
-    for (const auto& [id, series] : takenPoints) {
-        out += first ? "" : ",";
-        first = false;
-        appendJsonString(out, id);
-        out += ":[";
-        appendNumbers(out, series.times);
-        out += ',';
-        appendNumbers(out, series.values);
-        out += ']';
-    }
-    out += "},\"vectors\":{";
-    first = true;
-    for (const auto& [id, vector] : takenVectors) {
-        out += first ? "" : ",";
-        first = false;
-        appendJsonString(out, id);
-        out += ":{\"t\":";
-        appendJsonNumber(out, vector.time);
-        out += ",\"v\":";
-        appendNumbers(out, vector.values);
-        out += '}';
-    }
-    out += "}}";
+    std::string out = "{\"points\":";
+    appendById(out, takenPoints, [](std::string& json, const Series& series) {
+        json += '[';
+        appendNumbers(json, series.times);
+        json += ',';
+        appendNumbers(json, series.values);
+        json += ']';
+    });
+    out += ",\"vectors\":";
+    appendById(out, takenVectors, [](std::string& json, const Vector& vector) {
+        json += "{\"t\":";
+        appendJsonNumber(json, vector.time);
+        json += ",\"v\":";
+        appendNumbers(json, vector.values);
+        json += '}';
+    });
+    out += '}';
     return out;
 }
 

@@ -11,12 +11,12 @@
 
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
-#include "dabo/krin/detail/ps/topicTraits.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
 #include "tools/common/Topics.h"
+#include "tools/common/TypeHash.h"
 #include "tools/scope/ScopeServer.h"
 #include "tools/scope/TopicFeed.h"
 
@@ -73,16 +73,6 @@ void splitListen(const std::string& text, std::string& host, unsigned short& por
         throw UsageError("option --listen takes a port up to 65535, not " + text.substr(colon + 1));
     }
     port = static_cast<unsigned short>(number);
-}
-
-/// The constant that the plug-in's publishers put in the header of `topic`.
-std::uint32_t typeHashOf(const std::string& topic) {
-    std::uint32_t hash = 0;
-    withTopic(topic, [&](auto tag) {
-        using T = typename decltype(tag)::type;
-        hash = orlo::dabo::krin::detail::ps::TopicTraits<T>::dataEntityTypeHash;
-    });
-    return hash;
 }
 
 /// Many pages, or many connections that try, must not run the process out
