@@ -30,12 +30,16 @@ const std::vector<PropertyInfo>& knownProperties() {
     return known;
 }
 
+bool booleanValue(const orlo::dabo::Dabo::Properties& given, const std::string& key, bool defaultValue) {
+    return orlo::dabo::krin::detail::getDaboBoolProperty(given, key, defaultValue);
+}
+
 std::vector<std::string> checkProperties(const orlo::dabo::Dabo::Properties& given) {
     // The same readers, with the same messages, as the runtime and the factories use.
     orlo::dabo::util::getLongProperty(given, highWaterMark, 0);
     orlo::dabo::util::getLongProperty(given, maxMessageSize, -1);
     orlo::dabo::util::getLongProperty(given, slowJoinerDelayMs, 0);
-    orlo::dabo::krin::detail::getDaboBoolProperty(given, disableTypeHashCheck, false);
+    booleanValue(given, disableTypeHashCheck, false);
     std::vector<std::string> unread;
     for (const auto& entry : given) {
         bool known = false;

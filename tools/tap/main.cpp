@@ -9,21 +9,22 @@
 #include <string>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
-#include "dabo/krin/detail/KrinHelpers.h"
-#include "dabo/krin/detail/ps/topicTraits.h"
+#include "lumotypes/host/Payload.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/Topics.h"
 #include "tools/tap/RateMeter.h"
-#include "tools/tap/WireTap.h"
+#include "lumotypes/host/Properties.h"
+#include "lumotypes/host/WireTap.h"
 
 namespace {
 
 using namespace lumo::tools;
+using namespace lumotypes::host;
 
 std::atomic<bool> interrupted{false};
 
@@ -55,7 +56,7 @@ void usage(std::ostream& out) {
            "                      whose header names another type\n"
            "  --plugin PATH       the plug-in whose schema decodes the samples\n"
            "                      (default: "
-        << PluginLoader::defaultPath()
+        << Plugin::defaultPath()
         << ")\n"
            "  --help              this text\n"
            "\n";
@@ -74,7 +75,7 @@ struct Options {
     unsigned long count = 0;
     double duration = 0;
     orlo::dabo::Dabo::Properties properties;
-    std::string plugin = PluginLoader::defaultPath();
+    std::string plugin = Plugin::defaultPath();
 };
 
 Options parse(int argc, char** argv, bool& help) {
@@ -121,7 +122,7 @@ std::uint32_t typeHashOf(const std::string& topic) {
     std::uint32_t hash = 0;
     withTopic(topic, [&](auto tag) {
         using T = typename decltype(tag)::type;
-        hash = orlo::dabo::krin::detail::ps::TopicTraits<T>::dataEntityTypeHash;
+        hash = TopicTraits<T>::typeHash;
     });
     return hash;
 }
@@ -139,25 +140,23 @@ int run(const Options& options) {
         throw UsageError(refusal.what());
     }
     const bool decodeOtherTypes =
-        orlo::dabo::krin::detail::getDaboBoolProperty(options.properties, "krin.ps.disableTypeHashCheck", false);
+        properties::booleanValue(options.properties, properties::disableTypeHashCheck, false);
 
-    PluginLoader plugin(options.plugin);
+    Plugin plugin(options.plugin);
     Schema schema(plugin);
-    const auto* type = schema.find(options.topic);
-    if (type == nullptr) {
-        throw PluginLoadError("the schema " + schema.fileName() + " has no message " + options.topic);
-    }
-    auto message = schema.newMessage(*type);
+    auto message = schema.newMessage(plugin.messageType(options.topic));
     const std::uint32_t expectedType = typeHashOf(options.topic);
 
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());
     }
-    auto tap = WireTap::open(runtime, uri);
+    auto tap = WireTap::open(runtime, uri, [](const std::string& reason) {
+        std::cerr << "krin-tap: dropped a message: " << reason << std::endl;
+    });
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
 
     using Clock = std::chrono::steady_clock;

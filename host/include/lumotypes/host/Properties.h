@@ -39,6 +39,11 @@ struct PropertyInfo {
 /// Every property of the runtime and the plug-in, runtime's last.
 LUMOTYPES_HOST_EXPORT const std::vector<PropertyInfo>& knownProperties();
 
+/// The boolean property `key` as the plug-in reads it: "true" or "false" in
+/// any letter case; throws the platform's DaboException for anything else.
+LUMOTYPES_HOST_EXPORT bool booleanValue(const orlo::dabo::Dabo::Properties& properties, const std::string& key,
+                                        bool defaultValue);
+
 /// Checks the values of the known properties that have a form (numbers and
 /// booleans): throws the platform's DaboException, with the message the
 /// runtime or the plug-in itself would give, for the first bad one. Returns
