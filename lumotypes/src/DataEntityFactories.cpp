@@ -4,10 +4,10 @@
 
 #include <type_traits>
 
+#include "lumotypes/Export.h"
 #include "lumotypes/Topics.h"
 #include "lumotypes/host/Factories.h"
 #include "lumotypes/krin/LumotypesImpl.h"
-#include "lumotypes/src/LumotypesExport.h"
 
 #define LUMOTYPES_DATA_ENTITY_FACTORY(T)                                          \
     extern "C" LUMOTYPES_EXPORT void* generated_krin_DataEntity_lumotypes_##T() { \

@@ -5,13 +5,13 @@
 #include <type_traits>
 
 #include "dabo/krin/detail/ps/mrvSubscriberDelegator.h"
-#include "dabo/krin/generated/exportFactory.h"
+#include "lumotypes/Export.h"
 #include "lumotypes/Topics.h"
 #include "lumotypes/host/Factories.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 #define LUMOTYPES_KRIN_MRV_SUBSCRIBER_FACTORY(Name)                                                  \
-    LUMOTYPES_KRIN_FACTORY orlo::dabo::ps::MrvSubscriber<::lumotypes::Name>*                         \
+    extern "C" LUMOTYPES_EXPORT orlo::dabo::ps::MrvSubscriber<::lumotypes::Name>*                         \
         generated_krin_MrvSubscriber_lumotypes_##Name(                                               \
             const std::string& uri, const orlo::dabo::krin::detail::ps::QoSList& qos,                \
             const orlo::dabo::Dabo::Properties& properties,                                          \

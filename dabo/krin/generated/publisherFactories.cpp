@@ -8,16 +8,16 @@
 
 #include "dabo/Dabo.h"
 #include "dabo/krin/detail/ps/publisherDelegator.h"
-#include "dabo/krin/generated/exportFactory.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/qos/QoS.h"
+#include "lumotypes/Export.h"
 #include "lumotypes/Lumotypes.h"
 #include "lumotypes/Topics.h"
 #include "lumotypes/host/Factories.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 #define LUMOTYPES_KRIN_PUBLISHER_FACTORY(Name)                                                                   \
-    LUMOTYPES_KRIN_FACTORY orlo::dabo::ps::Publisher<::lumotypes::Name>* generated_krin_Publisher_lumotypes_##Name( \
+    extern "C" LUMOTYPES_EXPORT orlo::dabo::ps::Publisher<::lumotypes::Name>* generated_krin_Publisher_lumotypes_##Name( \
         const std::string& uri, const std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>& qos,                  \
         const orlo::dabo::Dabo::Properties& properties,                                                             \
         const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& dabo) {                                          \

@@ -5,13 +5,13 @@
 #include <type_traits>
 
 #include "dabo/krin/detail/ps/subscriberDelegator.h"
-#include "dabo/krin/generated/exportFactory.h"
+#include "lumotypes/Export.h"
 #include "lumotypes/Topics.h"
 #include "lumotypes/host/Factories.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 #define LUMOTYPES_KRIN_SUBSCRIBER_FACTORY(Name)                                                                  \
-    LUMOTYPES_KRIN_FACTORY orlo::dabo::ps::Subscriber<::lumotypes::Name>* generated_krin_Subscriber_lumotypes_##Name( \
+    extern "C" LUMOTYPES_EXPORT orlo::dabo::ps::Subscriber<::lumotypes::Name>* generated_krin_Subscriber_lumotypes_##Name( \
         const std::string& uri, const orlo::dabo::krin::detail::ps::QoSList& qos,                                \
         const orlo::dabo::Dabo::Properties& properties,                                                          \
         const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& dabo) {                                       \
