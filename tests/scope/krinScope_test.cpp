@@ -8,6 +8,7 @@
 #include <chrono>
 
 #include "ToolProcess.h"
+#include "lumotypes/host/Plugin.h"
 #include "tools/common/Schema.h"
 #include "tools/scope/Decimator.h"
 #include "tools/scope/FieldCatalog.h"
@@ -25,7 +26,7 @@ using lumo::test::ToolProcess;
 class ScopeSchema : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        plugin = new lumo::tools::PluginLoader(lumo::tools::PluginLoader::defaultPath());
+        plugin = new lumotypes::host::Plugin(lumotypes::host::Plugin::defaultPath());
         schema = new lumo::tools::Schema(*plugin);
     }
 
@@ -35,10 +36,10 @@ protected:
         return *found;
     }
 
-    static lumo::tools::PluginLoader* plugin;
+    static lumotypes::host::Plugin* plugin;
     static lumo::tools::Schema* schema;
 };
-lumo::tools::PluginLoader* ScopeSchema::plugin = nullptr;
+lumotypes::host::Plugin* ScopeSchema::plugin = nullptr;
 lumo::tools::Schema* ScopeSchema::schema = nullptr;
 
 TEST_F(ScopeSchema, NestedAndRepeatedFieldsAreListedWithTheirPaths) {

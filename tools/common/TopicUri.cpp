@@ -1,11 +1,11 @@
 #include "tools/common/TopicUri.h"
 
-#include "dabo/krin/detail/KrinHelpers.h"
+#include "lumotypes/host/Uri.h"
 
 namespace lumo::tools {
 
 std::string topicUri(const std::string& uri, const std::string& topic, bool bindSide) {
-    const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, bindSide, false);
+    const auto address = lumotypes::host::parseTopicUri(uri, bindSide, false);
     if (!address.topic.empty() && address.topic != "/") {
         return uri;
     }
@@ -14,7 +14,7 @@ std::string topicUri(const std::string& uri, const std::string& topic, bool bind
         withPath.pop_back();
     }
     withPath += "/" + topic;
-    orlo::dabo::krin::detail::checkKrinUri(withPath, bindSide, true);
+    lumotypes::host::parseTopicUri(withPath, bindSide, true);
     return withPath;
 }
 

@@ -1,15 +1,14 @@
 #include "tools/common/TypeHash.h"
 
-#include "dabo/krin/detail/ps/topicTraits.h"
-#include "tools/common/Topics.h"
+#include "lumotypes/host/Topics.h"
 
 namespace lumo::tools {
 
 std::uint32_t typeHashOf(const std::string& topic) {
     std::uint32_t hash = 0;
-    withTopic(topic, [&](auto tag) {
+    lumotypes::host::withTopic(topic, [&](auto tag) {
         using T = typename decltype(tag)::type;
-        hash = orlo::dabo::krin::detail::ps::TopicTraits<T>::dataEntityTypeHash;
+        hash = lumotypes::host::TopicTraits<T>::typeHash;
     });
     return hash;
 }

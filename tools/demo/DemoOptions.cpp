@@ -2,7 +2,7 @@
 
 #include "tools/common/CommandLine.h"
 #include "tools/common/CurveOptions.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace lumo::demo {
 
@@ -32,7 +32,7 @@ void switchCurveOn(orlo::dabo::Dabo::Properties& properties) {
 
 DemoOptions parseDemoOptions(int argc, char** argv) {
     DemoOptions options;
-    options.plugin = PluginLoader::defaultPath();
+    options.plugin = lumotypes::host::Plugin::defaultPath();
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument == "--help" || argument == "-h") {
@@ -98,7 +98,7 @@ void printDemoUsage(std::ostream& out) {
            "  --log-config FILE  a log4cplus configuration (default: lumo-demo.log4cplus.properties\n"
            "                     beside the program, or installed under share/lumotypes-krin)\n"
            "  --plugin PATH      the plug-in to load (default: "
-        << PluginLoader::defaultPath()
+        << lumotypes::host::Plugin::defaultPath()
         << ")\n"
            "  --curve            run authenticated and encrypted (CURVE): a server key pair\n"
            "                     and a subscriber key pair are made for the run, and the\n"

@@ -11,6 +11,7 @@
 #include "tools/perf/PeerProcess.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/perf/Watch.h"
 
 namespace lumo::perf {
@@ -98,7 +99,7 @@ struct ProcessCost {
 
 }  // namespace
 
-int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumo::tools::PluginLoader* plugin) {
+int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
     PerfOptions options = given;
     options.portA = freeLoopbackPort();
     JoinWatch joins(options.runtimeProperties);
@@ -151,8 +152,8 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     return 0;
 }
 
-int runThroughputSubscriber(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
-    auto dabo = orlo::dabo::krin::detail::KrinDabo::create(options.runtimeProperties);
+int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
+    auto dabo = lumotypes::host::createRuntime(options.runtimeProperties);
     Stopper stopper;
     Tally tally(options.warmupSeconds, options.seconds, stopper);
     // The publisher closes this process's stdin when it gives up or is done.

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 #include "tools/perf/PerfOptions.h"
 #include "tools/perf/Runs.h"
 
@@ -47,12 +47,12 @@ int main(int argc, char* argv[]) {
     try {
         lumo::perf::PerfOptions options = lumo::perf::parseOptions(arguments);
         if (options.plugin.empty()) {
-            options.plugin = lumo::tools::PluginLoader::defaultPath();
+            options.plugin = lumotypes::host::Plugin::defaultPath();
         }
         // The raw pipeline loads nothing: no part of the plug-in is in that process.
-        std::unique_ptr<lumo::tools::PluginLoader> plugin;
+        std::unique_ptr<lumotypes::host::Plugin> plugin;
         if (options.impl == "plugin") {
-            plugin = std::make_unique<lumo::tools::PluginLoader>(options.plugin);
+            plugin = std::make_unique<lumotypes::host::Plugin>(options.plugin);
         }
         if (options.role == "sub") {
             return lumo::perf::runThroughputSubscriber(options, plugin.get());

@@ -9,17 +9,20 @@
 #include <thread>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Payload.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Properties.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/Topics.h"
 
 namespace {
 
 using namespace lumo::tools;
+using namespace lumotypes::host;
 
 std::atomic<bool> interrupted{false};
 
@@ -56,7 +59,7 @@ void usage(std::ostream& out) {
         << defaultSlowJoinerDelayMs
         << " unless given\n"
            "  --plugin PATH  the plug-in to load (default: "
-        << PluginLoader::defaultPath()
+        << Plugin::defaultPath()
         << ")\n"
            "  --help         this text\n"
            "\n";
@@ -74,7 +77,7 @@ struct Options {
     double rate = 1;
     unsigned long count = 1;
     orlo::dabo::Dabo::Properties properties;
-    std::string plugin = PluginLoader::defaultPath();
+    std::string plugin = Plugin::defaultPath();
 };
 
 Options parse(int argc, char** argv, bool& help) {
@@ -107,14 +110,14 @@ Options parse(int argc, char** argv, bool& help) {
     options.uri = positional[0];
     options.topic = positional[1];
     options.value = positional[2];
-    options.properties.emplace("krin.ps.slowJoinerDelayMs", defaultSlowJoinerDelayMs);
+    options.properties.emplace(properties::slowJoinerDelayMs, defaultSlowJoinerDelayMs);
     return options;
 }
 
 template <typename T>
-void publishAll(const PluginLoader& plugin, const Options& options, const std::string& uri,
+void publishAll(const Plugin& plugin, const Options& options, const std::string& uri,
                 const std::string& payload, const Runtime& runtime) {
-    auto publisher = makePublisher<T>(plugin, uri, options.properties, runtime);
+    auto publisher = plugin.publisher<T>(uri, options.properties, runtime);
     auto sample = publisher->createDataEntity();
     if (!fromBytes(*sample, payload)) {
         throw std::runtime_error("the plug-in's " + options.topic + " refused the value's bytes");
@@ -150,22 +153,18 @@ int run(const Options& options) {
         throw UsageError(refusal.what());
     }
 
-    PluginLoader plugin(options.plugin);
+    Plugin plugin(options.plugin);
     Schema schema(plugin);
-    const auto* type = schema.find(options.topic);
-    if (type == nullptr) {
-        throw PluginLoadError("the schema " + schema.fileName() + " has no message " + options.topic);
-    }
-    auto message = schema.newMessage(*type);
+    auto message = schema.newMessage(plugin.messageType(options.topic));
     std::string reason;
     if (!fromJson(options.value, *message, reason)) {
         throw UsageError("the value is not a " + options.topic + ": " + reason);
     }
     const std::string payload = message->SerializeAsString();
 
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());

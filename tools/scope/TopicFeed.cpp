@@ -18,7 +18,7 @@ constexpr auto idleWait = std::chrono::milliseconds(10);
 
 TopicFeed::TopicFeed(std::size_t index, std::string topic, std::string uri,
                      std::unique_ptr<google::protobuf::Message> prototype, std::uint32_t typeHash,
-                     std::shared_ptr<lumo::tools::WireTap> tap)
+                     std::unique_ptr<lumotypes::host::WireTap> tap)
     : index(index),
       topicName(std::move(topic)),
       topicUri(std::move(uri)),
@@ -79,11 +79,11 @@ void TopicFeed::stop() {
 }
 
 void TopicFeed::run() {
-    std::deque<lumo::tools::WireSample> samples;
+    lumotypes::host::WireSample sample;
     while (!stopping) {
-        tap->nextAll(samples, idleWait);
+        const bool got = tap->next(sample, idleWait);
         const auto now = Clock::now();
-        for (const auto& sample : samples) {
+        if (got) {
             take(sample, now);
         }
         passDue(now);
@@ -106,7 +106,7 @@ void TopicFeed::count(std::uint32_t sampleSequence) {
     totals.lastSequence = sampleSequence;
 }
 
-void TopicFeed::take(const lumo::tools::WireSample& sample, Clock::time_point now) {
+void TopicFeed::take(const lumotypes::host::WireSample& sample, Clock::time_point now) {
     if (sample.dataEntityTypeHash != typeHash) {
         std::lock_guard<std::mutex> lock(countMutex);
         ++totals.refused;

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/common/WireTap.h"
+#include "lumotypes/host/WireTap.h"
 #include "tools/scope/Decimator.h"
 #include "tools/scope/FieldCatalog.h"
 #include "tools/scope/Viewer.h"
@@ -44,7 +44,7 @@ public:
     /// `prototype` is an empty message of the topic's type, `typeHash` what
     /// the topic's publishers put in the header.
     TopicFeed(std::size_t index, std::string topic, std::string uri, std::unique_ptr<google::protobuf::Message> prototype,
-              std::uint32_t typeHash, std::shared_ptr<lumo::tools::WireTap> tap);
+              std::uint32_t typeHash, std::unique_ptr<lumotypes::host::WireTap> tap);
     ~TopicFeed();
 
     TopicFeed(const TopicFeed&) = delete;
@@ -84,7 +84,7 @@ private:
     };
 
     void run();
-    void take(const lumo::tools::WireSample& sample, Clock::time_point now);
+    void take(const lumotypes::host::WireSample& sample, Clock::time_point now);
     void count(std::uint32_t sampleSequence);
     void passDue(Clock::time_point now);
     void measureRate(Clock::time_point now);
@@ -94,7 +94,7 @@ private:
     const std::string topicUri;
     std::unique_ptr<google::protobuf::Message> message;
     const std::uint32_t typeHash;
-    std::shared_ptr<lumo::tools::WireTap> tap;
+    std::unique_ptr<lumotypes::host::WireTap> tap;
     const std::vector<PlotField> plotFields;
 
     std::mutex watchMutex;

@@ -10,12 +10,13 @@
 #include <thread>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
+#include "lumotypes/host/WireTap.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/Topics.h"
 #include "tools/common/TypeHash.h"
 #include "tools/scope/ScopeServer.h"
 #include "tools/scope/TopicFeed.h"
@@ -23,6 +24,7 @@
 namespace {
 
 using namespace lumo::tools;
+using namespace lumotypes::host;
 using lumo::scope::TopicFeed;
 
 std::atomic<bool> interrupted{false};
@@ -32,7 +34,7 @@ void onSignal(int) { interrupted = true; }
 struct Options {
     std::string listen = "127.0.0.1:0";
     std::vector<std::string> properties;
-    std::string plugin = PluginLoader::defaultPath();
+    std::string plugin = Plugin::defaultPath();
     std::size_t maxPages = 16;
     std::vector<std::string> subscriptions;
 };
@@ -111,22 +113,22 @@ int run(const Options& options) {
         throw UsageError(refusal.what());
     }
 
-    PluginLoader plugin(options.plugin);
+    Plugin plugin(options.plugin);
     Schema schema(plugin);
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(properties);
+        runtime = createRuntime(properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         throw UsageError(refusal.what());
     }
     std::vector<std::unique_ptr<TopicFeed>> feeds;
     for (const auto& [topic, uri] : topicsAndUris) {
-        const auto* type = schema.find(topic);
-        if (type == nullptr) {
-            throw PluginLoadError("the schema " + schema.fileName() + " has no message " + topic);
-        }
-        feeds.push_back(std::make_unique<TopicFeed>(feeds.size(), topic, uri, schema.newMessage(*type),
-                                                    typeHashOf(topic), WireTap::open(runtime, uri, "krin-scope")));
+        auto tap = WireTap::open(runtime, uri, [](const std::string& reason) {
+            std::cerr << "krin-scope: dropped a message: " << reason << std::endl;
+        });
+        feeds.push_back(std::make_unique<TopicFeed>(feeds.size(), topic, uri,
+                                                    schema.newMessage(plugin.messageType(topic)), typeHashOf(topic),
+                                                    std::move(tap)));
     }
     raiseDescriptorLimit();
     lumo::scope::ServerLimits limits;

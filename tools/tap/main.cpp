@@ -9,21 +9,23 @@
 #include <string>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
-#include "dabo/krin/detail/KrinHelpers.h"
+#include "lumotypes/host/Payload.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/Topics.h"
 #include "tools/common/TypeHash.h"
-#include "tools/common/WireTap.h"
 #include "tools/tap/RateMeter.h"
+#include "lumotypes/host/Properties.h"
+#include "lumotypes/host/WireTap.h"
 
 namespace {
 
 using namespace lumo::tools;
+using namespace lumotypes::host;
 
 std::atomic<bool> interrupted{false};
 
@@ -55,7 +57,7 @@ void usage(std::ostream& out) {
            "                      whose header names another type\n"
            "  --plugin PATH       the plug-in whose schema decodes the samples\n"
            "                      (default: "
-        << PluginLoader::defaultPath()
+        << Plugin::defaultPath()
         << ")\n"
            "  --help              this text\n"
            "\n";
@@ -74,7 +76,7 @@ struct Options {
     unsigned long count = 0;
     double duration = 0;
     orlo::dabo::Dabo::Properties properties;
-    std::string plugin = PluginLoader::defaultPath();
+    std::string plugin = Plugin::defaultPath();
 };
 
 Options parse(int argc, char** argv, bool& help) {
@@ -129,25 +131,23 @@ int run(const Options& options) {
         throw UsageError(refusal.what());
     }
     const bool decodeOtherTypes =
-        orlo::dabo::krin::detail::getDaboBoolProperty(options.properties, "krin.ps.disableTypeHashCheck", false);
+        properties::booleanValue(options.properties, properties::disableTypeHashCheck, false);
 
-    PluginLoader plugin(options.plugin);
+    Plugin plugin(options.plugin);
     Schema schema(plugin);
-    const auto* type = schema.find(options.topic);
-    if (type == nullptr) {
-        throw PluginLoadError("the schema " + schema.fileName() + " has no message " + options.topic);
-    }
-    auto message = schema.newMessage(*type);
+    auto message = schema.newMessage(plugin.messageType(options.topic));
     const std::uint32_t expectedType = typeHashOf(options.topic);
 
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());
     }
-    auto tap = WireTap::open(runtime, uri, "krin-tap");
+    auto tap = WireTap::open(runtime, uri, [](const std::string& reason) {
+        std::cerr << "krin-tap: dropped a message: " << reason << std::endl;
+    });
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
 
     using Clock = std::chrono::steady_clock;

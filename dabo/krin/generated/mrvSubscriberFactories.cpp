@@ -4,12 +4,13 @@
 #include <string>
 
 #include "dabo/krin/detail/ps/mrvSubscriberDelegator.h"
-#include "dabo/krin/generated/exportFactory.h"
+#include "dabo/krin/generated/checkFactorySignature.h"
+#include "lumotypes/Export.h"
 #include "lumotypes/Topics.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 #define LUMOTYPES_KRIN_MRV_SUBSCRIBER_FACTORY(Name)                                                  \
-    LUMOTYPES_KRIN_FACTORY orlo::dabo::ps::MrvSubscriber<::lumotypes::Name>*                         \
+    extern "C" LUMOTYPES_EXPORT orlo::dabo::ps::MrvSubscriber<::lumotypes::Name>*                         \
         generated_krin_MrvSubscriber_lumotypes_##Name(                                               \
             const std::string& uri, const orlo::dabo::krin::detail::ps::QoSList& qos,                \
             const orlo::dabo::Dabo::Properties& properties,                                          \
@@ -20,3 +21,7 @@
     }
 LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_KRIN_MRV_SUBSCRIBER_FACTORY)
 #undef LUMOTYPES_KRIN_MRV_SUBSCRIBER_FACTORY
+
+#define LUMOTYPES_KRIN_CHECK_SIGNATURE(Name) LUMOTYPES_KRIN_CHECK_FACTORY_SIGNATURE(MrvSubscriber, Name)
+LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_KRIN_CHECK_SIGNATURE)
+#undef LUMOTYPES_KRIN_CHECK_SIGNATURE

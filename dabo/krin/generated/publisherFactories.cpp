@@ -7,15 +7,16 @@
 
 #include "dabo/Dabo.h"
 #include "dabo/krin/detail/ps/publisherDelegator.h"
-#include "dabo/krin/generated/exportFactory.h"
+#include "dabo/krin/generated/checkFactorySignature.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/qos/QoS.h"
+#include "lumotypes/Export.h"
 #include "lumotypes/Lumotypes.h"
 #include "lumotypes/Topics.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 #define LUMOTYPES_KRIN_PUBLISHER_FACTORY(Name)                                                                   \
-    LUMOTYPES_KRIN_FACTORY orlo::dabo::ps::Publisher<::lumotypes::Name>* generated_krin_Publisher_lumotypes_##Name( \
+    extern "C" LUMOTYPES_EXPORT orlo::dabo::ps::Publisher<::lumotypes::Name>* generated_krin_Publisher_lumotypes_##Name( \
         const std::string& uri, const std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>& qos,                  \
         const orlo::dabo::Dabo::Properties& properties,                                                             \
         const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& dabo) {                                          \
@@ -24,3 +25,7 @@
     }
 LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_KRIN_PUBLISHER_FACTORY)
 #undef LUMOTYPES_KRIN_PUBLISHER_FACTORY
+
+#define LUMOTYPES_KRIN_CHECK_SIGNATURE(Name) LUMOTYPES_KRIN_CHECK_FACTORY_SIGNATURE(Publisher, Name)
+LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_KRIN_CHECK_SIGNATURE)
+#undef LUMOTYPES_KRIN_CHECK_SIGNATURE
