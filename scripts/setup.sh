@@ -12,6 +12,7 @@ packages=(
   liburiparser-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
+  iproute2
 )
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
