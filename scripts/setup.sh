@@ -13,6 +13,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   libwebsocketpp-dev libboost-dev libcli11-dev chromium
+  iproute2
 )
 # krin-scope's page is built with Node.js; the machine's own if it has one.
 if ! command -v node >/dev/null 2>&1; then

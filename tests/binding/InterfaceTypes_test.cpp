@@ -42,15 +42,30 @@ TEST(InterfaceTypes, FieldStablizationTopicOutHasNoPdsCentErrWhileTopicInHasAllF
 }
 
 TEST(InterfaceTypes, CentErrorHasOneBoolFieldAndRefPosAndCentOptCountersAreUnsigned) {
-    static_assert(std::is_same_v<decltype(std::declval<lumotypes::CentError&>().getReadout_err()), bool>);
-    static_assert(std::is_same_v<decltype(std::declval<lumotypes::CentError&>().getFlux()), float>);
-    static_assert(std::is_same_v<decltype(std::declval<lumotypes::RefPos&>().getRefPosX()), std::uint32_t>);
-    static_assert(std::is_same_v<decltype(std::declval<lumotypes::CentOpt&>().getOptions()), std::uint32_t>);
-    static_assert(
-        std::is_same_v<decltype(std::declval<lumotypes::CentOpt&>().getNumBrightestPixels()), std::uint32_t>);
-    static_assert(std::is_same_v<decltype(std::declval<lumotypes::CentOpt&>().getThreshold()), float>);
+    // Every field, both ways: the getter's result and the setter's parameter.
+#define LUMO_EXPECT_FIELD_TYPE(Topic, Stem, Type)                                                           \
+    static_assert(std::is_same_v<decltype(&lumotypes::Topic::get##Stem), Type (lumotypes::Topic::*)() const>, \
+                  #Topic "::get" #Stem " returns " #Type);                                                  \
+    static_assert(std::is_same_v<decltype(&lumotypes::Topic::set##Stem), void (lumotypes::Topic::*)(Type)>,  \
+                  #Topic "::set" #Stem " takes " #Type);
+    LUMO_EXPECT_FIELD_TYPE(CentError, X_err_in_pixels, float)
+    LUMO_EXPECT_FIELD_TYPE(CentError, Y_err_in_pixels, float)
+    LUMO_EXPECT_FIELD_TYPE(CentError, Flux, float)
+    LUMO_EXPECT_FIELD_TYPE(CentError, Readout_err, bool)
+    LUMO_EXPECT_FIELD_TYPE(RefPos, RefPosX, std::uint32_t)
+    LUMO_EXPECT_FIELD_TYPE(RefPos, RefPosY, std::uint32_t)
+    LUMO_EXPECT_FIELD_TYPE(RefPos, CentBoxWidth, std::uint32_t)
+    LUMO_EXPECT_FIELD_TYPE(RefPos, CentBoxHeight, std::uint32_t)
+    LUMO_EXPECT_FIELD_TYPE(CentOpt, Options, std::uint32_t)
+    LUMO_EXPECT_FIELD_TYPE(CentOpt, Threshold, float)
+    LUMO_EXPECT_FIELD_TYPE(CentOpt, NumBrightestPixels, std::uint32_t)
+#undef LUMO_EXPECT_FIELD_TYPE
+    // The unsigned range survives, where a signed or float field would not.
     lumotypes::krin::RefPosImpl refPos(0xFFFFFFFFu, 0, 0, 0);
     EXPECT_EQ(refPos.getRefPosX(), 0xFFFFFFFFu);
+    lumotypes::krin::CentErrorImpl centError;
+    centError.setReadout_err(true);
+    EXPECT_TRUE(centError.getReadout_err());
 }
 
 TEST(InterfaceTypes, StemsKeepTheWireNamesInnerCaseAndUnderscores) {

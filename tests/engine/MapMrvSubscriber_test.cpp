@@ -48,7 +48,10 @@ std::vector<double> valuesOf(const std::vector<std::shared_ptr<Reading>>& sample
 
 TEST(MapMrvSubscriberTest, FreshStoreReadWithoutTimeoutIsEmpty) {
     Store<Reading, ReadingImpl> store;
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(store.readMostRecent(milliseconds(0)).empty());
+    // At once: a time-out of 0 is no sleep.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000));
 }
 
 TEST(MapMrvSubscriberTest, ReadSleepsTheFullTimeoutAlthoughSamplesAreThere) {
@@ -58,7 +61,9 @@ TEST(MapMrvSubscriberTest, ReadSleepsTheFullTimeoutAlthoughSamplesAreThere) {
     auto samples = store.readMostRecent(milliseconds(100));
     const auto slept = std::chrono::steady_clock::now() - start;
     EXPECT_GE(slept, milliseconds(100));
-    EXPECT_EQ(1u, samples.size());
+    EXPECT_LT(slept, milliseconds(5000));
+    ASSERT_EQ(1u, samples.size());
+    EXPECT_EQ(1.0, samples[0]->getValue());
 }
 
 TEST(MapMrvSubscriberTest, ReadsWithoutNewSamplesReturnTheSameSamples) {
@@ -90,6 +95,8 @@ TEST(MapMrvSubscriberTest, UnkeyedSamplesAreNeverReplaced) {
     Store<Reading, ReadingImpl> store;
     for (int i = 1; i <= 3; ++i) {
         store.storeSample(std::make_shared<ReadingImpl>(i));
+        // One more element with every sample: the store grows by exactly one.
+        EXPECT_EQ(static_cast<std::size_t>(i), store.size());
     }
     EXPECT_EQ((std::vector<double>{1.0, 2.0, 3.0}), valuesOf(store.readMostRecent(milliseconds(0))));
 }

@@ -59,7 +59,10 @@ std::string messageOf(Call call) {
 
 TEST(QueuedSubscriberImplReadsTest, ReadZeroOnAnEmptyQueueReturnsNothing) {
     auto core = ReadingCore::make();
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(core->read(0).empty());
+    // At once: a read never waits.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000));
 }
 
 TEST(QueuedSubscriberImplReadsTest, ReadZeroReturnsEverySampleInOrderOfArrival) {
@@ -144,7 +147,10 @@ TEST(QueuedSubscriberImplReadsTest, ReadDataEventsWithoutWaitAndWithoutMatchLeav
     auto core = ReadingCore::make();
     deliver(*core, 1.0);
     Events events;
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(0u, core->readDataEvents(DataEventFilter<Reading>({INSTANCE_DISPOSED}), events, 0, milliseconds(0)));
+    // At once: a time-out of 0 does not wait for a match.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000));
     EXPECT_TRUE(events.empty());
     EXPECT_EQ(1u, core->queuedCount());
     EXPECT_EQ(0u, core->predicateCount());
@@ -301,7 +307,9 @@ TEST(QueuedSubscriberImplReadsTest, PollWithAMatchQueuedReturnsOneWithoutWaiting
     deliver(*core, 1.0);
     deliver(*core, 2.0);
     // Had it waited, a poll of ten minutes would not be back yet.
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(1u, core->poll(1, milliseconds(600000)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(1000));
     EXPECT_EQ(std::this_thread::get_id(), callbackThread);
     EXPECT_EQ(1u, core->queuedCount());
 }
@@ -309,7 +317,12 @@ TEST(QueuedSubscriberImplReadsTest, PollWithAMatchQueuedReturnsOneWithoutWaiting
 TEST(QueuedSubscriberImplReadsTest, PollWithoutSubscriptionsTakesNothingAndReturnsZeroAtItsTimeout) {
     auto core = ReadingCore::make();
     deliver(*core, 1.0);
-    EXPECT_EQ(0u, core->poll(0, milliseconds(20)));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0u, core->poll(0, milliseconds(100)));
+    const auto waited = std::chrono::steady_clock::now() - start;
+    // The whole time-out, although nothing could ever be served.
+    EXPECT_GE(waited, milliseconds(100));
+    EXPECT_LT(waited, milliseconds(5000));
     EXPECT_EQ(1u, core->queuedCount());
 }
 
@@ -332,8 +345,13 @@ TEST(QueuedSubscriberImplReadsTest, PollWithoutLimitServesEverythingThatArrivesU
             deliver(*core, i);
         }
     });
+    const auto start = std::chrono::steady_clock::now();
     const unsigned long served = core->poll(0, milliseconds(300));
+    const auto polled = std::chrono::steady_clock::now() - start;
     delivery.join();
+    // Without a limit it serves for its whole time-out, whatever arrives.
+    EXPECT_GE(polled, milliseconds(300));
+    EXPECT_LT(polled, milliseconds(5000));
     EXPECT_EQ(static_cast<unsigned long>(callbacks.load()), served);
     EXPECT_FALSE(offThread.load());
     // What came after the poll ended (on a very slow machine) is queued.

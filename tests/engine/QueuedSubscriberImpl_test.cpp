@@ -199,10 +199,14 @@ TEST(QueuedSubscriberImplTest, FullQueueLosesTheNewestSampleAndKeepsTheOldest) {
     core->newData(reading(1.0), at(kNow), 1, kNow);
     core->newData(reading(2.0), at(kNow), 1, kNow);
     core->newData(reading(3.0), at(kNow), 1, kNow);
+    EXPECT_EQ(2u, core->queuedCount());
     auto samples = core->read(0);
     ASSERT_EQ(2u, samples.size());
     EXPECT_EQ(1.0, valueOf(samples[0]));
     EXPECT_EQ(2.0, valueOf(samples[1]));
+    // The lost sample was never queued: nothing is left behind.
+    EXPECT_EQ(0u, core->queuedCount());
+    EXPECT_TRUE(core->read(0).empty());
 }
 
 TEST(QueuedSubscriberImplTest, ListenerStillReceivesSamplesThatAFullQueueWouldLose) {
@@ -213,6 +217,10 @@ TEST(QueuedSubscriberImplTest, ListenerStillReceivesSamplesThatAFullQueueWouldLo
                                        [&](Subscriber<Reading>&, const DataEvent<Reading>&) { ++heard; });
     core->newData(reading(1.0), at(kNow), 1, kNow);
     EXPECT_EQ(1, heard);
+    EXPECT_EQ(0u, core->queuedCount());
+    core->newData(reading(2.0), at(kNow), 1, kNow);
+    EXPECT_EQ(2, heard);
+    EXPECT_EQ(0u, core->queuedCount());
 }
 
 // --- listeners ---

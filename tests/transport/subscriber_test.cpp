@@ -171,7 +171,10 @@ TEST(KrinSubscriberTest, SecondCloseOnlyWarnsAndUnregistersAndClosesTheEngineOnc
     CaptureLog log("vexa.dabo.krin.subscriber");
     subscriber->close();
     EXPECT_TRUE(log.warnings().empty());
+    const auto secondStart = std::chrono::steady_clock::now();
     subscriber->close();
+    // At once: far below the 5000 ms that a wait for UNREGISTERED could take.
+    EXPECT_LT(std::chrono::steady_clock::now() - secondStart, 1000ms);
     EXPECT_EQ(log.warnings(), std::vector<std::string>{"Publisher already closed"});
     EXPECT_EQ(calls.count("unregisterSubscriber"), 1);
     EXPECT_EQ(linesStartingWith(log.traces(), "Closing KrinSubscriber: ").size(), 1u);
@@ -208,7 +211,10 @@ TEST(KrinSubscriberTest, RegisteredBeforeInitWaitsLetsInitReturnInitialized) {
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/early"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     CaptureLog log("vexa.dabo.krin.subscriber");
+    const auto start = std::chrono::steady_clock::now();
     subscriber->init();
+    // At once: the wait found the event already there, instead of waiting up to 5000 ms.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1000ms);
     EXPECT_EQ(subscriber->currentState(), INITIALIZED);
     const auto traces = log.traces();
     ASSERT_EQ(traces.size(), 2u);
@@ -291,7 +297,10 @@ TEST(KrinSubscriberTest, CloseGoesOnAfterTheTimeOutWhenUnregisteredNeverComes) {
     CaptureLog log("vexa.dabo.krin.subscriber");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_NO_THROW(subscriber->close());
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 5000ms);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    // The whole event time-out, and then no more than a generous margin.
+    EXPECT_GE(elapsed, 5000ms);
+    EXPECT_LT(elapsed, 9000ms);
     EXPECT_EQ(subscriber->currentState(), CLOSED);
     EXPECT_TRUE(log.errors().empty());
     EXPECT_TRUE(log.warnings().empty());
@@ -305,7 +314,12 @@ TEST(KrinSubscriberTest, CloseWaitsForUnregisteredWhenTheRuntimeConfirms) {
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
     CaptureLog log("vexa.dabo.krin.subscriber");
+    const auto start = std::chrono::steady_clock::now();
     subscriber->close();
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    // Until the confirmation, 300 ms late, and not the whole 5000 ms time-out.
+    EXPECT_GE(elapsed, 300ms);
+    EXPECT_LT(elapsed, 4000ms);
     // close returned only after the runtime's confirmation had been handled.
     EXPECT_EQ(linesStartingWith(log.traces(), "UNREGISTERED event received for KrinSubscriber: ").size(), 1u);
     EXPECT_EQ(subscriber->currentState(), CLOSED);

@@ -1,20 +1,9 @@
 #pragma once
 
-#include <log4cplus/logger.h>
-
 #include <atomic>
-#include <cstdint>
-#include <memory>
-#include <string>
 
-#include "dabo/Dabo.h"
-#include "dabo/krin/detail/EventsHandler.h"
-#include "dabo/krin/detail/ps/basePubSub.h"
+#include "dabo/krin/detail/ps/subscriberLifecycleFwd.h"
 #include "dabo/ps/queue/QueuedSubscriber.h"
-
-namespace zmq {
-class socket_t;
-}
 
 namespace orlo::dabo::krin::detail::ps {
 
@@ -22,7 +11,8 @@ namespace orlo::dabo::krin::detail::ps {
 /// polling and subscribing are the queue engine's; this class ties the engine
 /// to the runtime: it registers, receives its subscription socket with
 /// REGISTERED, turns each readable message into a sample for the engine, and
-/// unregisters on close.
+/// unregisters on close. The life cycle is the one it shares with
+/// KrinMrvSubscriber (SubscriberLifecycle); what is its own is marked so.
 ///
 /// It must be owned by a std::shared_ptr before `init`, since the runtime
 /// holds it only as a std::weak_ptr<EventsHandler>.
@@ -35,7 +25,7 @@ public:
     KrinSubscriber(const std::string& uri, const QoSList& qos, const orlo::dabo::Dabo::Properties& properties,
                    const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& dabo);
 
-    /// Closes an open subscriber without waiting for the runtime's confirmation.
+    /// Its own: closes an open subscriber, without waiting for the runtime's confirmation.
     ~KrinSubscriber() override;
 
     /// Unregisters, waits up to the event time-out for UNREGISTERED, then
@@ -69,8 +59,18 @@ protected:
     bool disableTypeHashCheck;
 
 private:
+    /// Its life cycle, with what closes last (the queue engine) and its words.
+    using Lifecycle = SubscriberLifecycle<KrinSubscriber, T, ST, orlo::dabo::ps::queue::QueuedSubscriber<T, ST>,
+                                          subscriberCommon::queuedKind>;
+    friend Lifecycle;
+
     /// Takes one message off the socket, checks it and hands the sample to the engine.
     void readData();
+
+    /// Its own: the sample enters the engine with its source timestamp, the
+    /// writer's generation and its time of receipt, and with the header's
+    /// trace context if tracing is on.
+    void deliver(std::unique_ptr<ST> entity, const orlo::dabo::krin::rr::KrinHeader& header);
 };
 
 }  // namespace orlo::dabo::krin::detail::ps

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 
@@ -15,23 +16,24 @@ namespace {
 constexpr const char* notReadyText = "Read data was called in INITIALIZING or CLOSED state. Ignoring...";
 constexpr const char* failurePrefix = "Failed to process message. msg:";
 
-void traceSocketStep(const log4cplus::Logger& logger, const char* what, const Wording& wording,
+void traceSocketStep(const log4cplus::Logger& logger, const char* what, const SubscriberKind& kind,
                      const std::string& topicIdFrame) {
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
-        LOG4CPLUS_TRACE(logger, "Read " << what << " from " << wording.socketName << ": "
+        LOG4CPLUS_TRACE(logger, "Read " << what << " from " << kind.socketName << ": "
                                         << orlo::dabo::krin::detail::getSubscriberId(topicIdFrame));
     }
 }
 
-[[noreturn]] void throwParseFailure(const char* what, const Wording& wording, const std::string& topicIdFrame) {
-    throw std::runtime_error(std::string("Parsing ") + what + " failed for " + wording.socketName + ":" +
+[[noreturn]] void throwParseFailure(const char* what, const SubscriberKind& kind, const std::string& topicIdFrame) {
+    throw std::runtime_error(std::string("Parsing ") + what + " failed for " + kind.socketName + ":" +
                              orlo::dabo::krin::detail::getSubscriberId(topicIdFrame));
 }
 
 }  // namespace
 
-const Wording queuedWording{"KrinSubscriber socket", true};
-const Wording mrvWording{"subscriber socket", false};
+const SubscriberKind queuedKind{"KrinSubscriber", "Unregistering KrinSubscriber from DABO: ", "KrinSubscriber socket",
+                                true};
+const SubscriberKind mrvKind{"KrinMrvSubscriber", "Unregistering subscriber from DABO: ", "subscriber socket", false};
 
 TopicIdentity identifyTopic(const std::string& uri) {
     // A subscriber does not bind, hence the first flag differs from the publisher's.
@@ -44,13 +46,13 @@ TopicIdentity identifyTopic(const std::string& uri) {
     return identity;
 }
 
-FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const Wording& wording,
+FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const SubscriberKind& kind,
                             const log4cplus::Logger& logger, ReceivedFrames& frames) {
     using orlo::dabo::krin::detail::readFrame;
     using orlo::dabo::krin::detail::requireMoreFrames;
     using orlo::dabo::util::hexStr;
 
-    traceSocketStep(logger, "topicIdFrame", wording, expected.topicIdFrame);
+    traceSocketStep(logger, "topicIdFrame", kind, expected.topicIdFrame);
     const std::string topicFrame = readFrame(socket);
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
         LOG4CPLUS_TRACE(logger, "Subscriber Topic frame:" << hexStr(topicFrame));
@@ -58,7 +60,7 @@ FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, 
     if (topicFrame != expected.topicIdFrame) {
         // The rest of this message stays in the socket: the following events
         // read its frames as topic frames, mismatch again, and so use them up.
-        if (wording.reportTopicMismatch) {
+        if (kind.reportTopicMismatch) {
             LOG4CPLUS_ERROR(logger, "Topic Id mismatch on received frame, expected: "
                                         << hexStr(expected.topicIdFrame) << " received: " << hexStr(topicFrame));
         }
@@ -66,10 +68,10 @@ FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, 
     }
     requireMoreFrames(socket);
 
-    traceSocketStep(logger, "krinHeaderFrame", wording, expected.topicIdFrame);
+    traceSocketStep(logger, "krinHeaderFrame", kind, expected.topicIdFrame);
     const std::string headerFrame = readFrame(socket);
     if (!frames.header.ParseFromString(headerFrame)) {
-        throwParseFailure("krinHeader", wording, expected.topicIdFrame);
+        throwParseFailure("krinHeader", kind, expected.topicIdFrame);
     }
     // Checked before the payload is touched, so a sample of a foreign type is never parsed.
     if (!expected.disableTypeHashCheck && frames.header.dataentitytypehash() != expected.dataEntityTypeHash) {
@@ -77,19 +79,39 @@ FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, 
     }
     requireMoreFrames(socket);
 
-    traceSocketStep(logger, "krinDataEntityFrame", wording, expected.topicIdFrame);
+    traceSocketStep(logger, "krinDataEntityFrame", kind, expected.topicIdFrame);
     if (!socket.recv(frames.payload, zmq::recv_flags::none)) {
         return FramesOutcome::WouldBlock;
     }
     return FramesOutcome::Complete;
 }
 
+log4cplus::Logger subscriberLogger() {
+    return log4cplus::Logger::getInstance("vexa.dabo.krin.subscriber");
+}
+
+bool typeHashCheckDisabled(const orlo::dabo::Dabo::Properties& properties) {
+    // Read at construction only: a later change of the property affects later subscribers only.
+    return orlo::dabo::krin::detail::getDaboBoolProperty(properties, "krin.ps.disableTypeHashCheck", false);
+}
+
+void failRegistration(const log4cplus::Logger& logger, const SubscriberKind& kind) {
+    const std::string text = std::string(kind.className) + " did not receive it's subscription socket";
+    LOG4CPLUS_ERROR(logger, text);
+    throw orlo::dabo::DaboException(text);
+}
+
+void warnAlreadyClosed(const log4cplus::Logger& logger) {
+    // The publisher's wording, in a subscriber too.
+    LOG4CPLUS_WARN(logger, "Publisher already closed");
+}
+
 void warnNotReady(const log4cplus::Logger& logger) {
     LOG4CPLUS_WARN(logger, notReadyText);
 }
 
-void throwPayloadRefused(const Wording& wording, const std::string& topicIdFrame) {
-    throwParseFailure("krinDataEntity", wording, topicIdFrame);
+void throwPayloadRefused(const SubscriberKind& kind, const std::string& topicIdFrame) {
+    throwParseFailure("krinDataEntity", kind, topicIdFrame);
 }
 
 void reportFailureAndDiscard(const log4cplus::Logger& logger, const std::exception& failure,
@@ -106,6 +128,14 @@ std::string typeHashMismatchText(std::uint32_t local, std::uint32_t remote) {
 void traceWithId(const log4cplus::Logger& logger, const char* prefix, const std::string& topicIdFrame) {
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
         LOG4CPLUS_TRACE(logger, prefix << orlo::dabo::krin::detail::getSubscriberId(topicIdFrame));
+    }
+}
+
+void traceNamed(const log4cplus::Logger& logger, const char* prefix, const SubscriberKind& kind,
+                const std::string& topicIdFrame) {
+    if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
+        LOG4CPLUS_TRACE(logger, prefix << kind.className << ": "
+                                       << orlo::dabo::krin::detail::getSubscriberId(topicIdFrame));
     }
 }
 

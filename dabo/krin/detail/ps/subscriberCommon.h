@@ -7,11 +7,13 @@
 #include <string>
 #include <zmq.hpp>
 
+#include "dabo/Dabo.h"
 #include "krin.pb.h"
 
 // The parts of both subscribers that do not depend on the topic type: the
-// topic's identity from its URI, the frames of one message up to its payload,
-// and the texts with which a bad message is reported. Compiled once.
+// topic's identity from its URI, the steps and texts of registering and
+// closing, the frames of one message up to its payload, and the texts with
+// which a bad message is reported. Compiled once.
 namespace orlo::dabo::krin::detail::ps::subscriberCommon {
 
 /// Who a subscriber is on the wire, worked out once from its URI.
@@ -26,18 +28,27 @@ struct TopicIdentity {
 /// the URI check and of the URI parser pass through.
 TopicIdentity identifyTopic(const std::string& uri);
 
-/// The words in which the two kinds of subscriber describe their socket, and
-/// whether a message of another topic is worth an ERROR line.
-struct Wording {
-    /// "KrinSubscriber socket" or "subscriber socket".
+/// Everything the two kinds of subscriber say differently, and whether they
+/// report a message of another topic. One row per kind, in subscriberCommon.cpp.
+struct SubscriberKind {
+    /// "KrinSubscriber" or "KrinMrvSubscriber": in the life-cycle traces and
+    /// the failure of `init`.
+    const char* className;
+    /// TRACE text before unregistering; the most-recent-value subscriber's
+    /// does not name its class.
+    const char* unregisteringTrace;
+    /// "KrinSubscriber socket" or "subscriber socket": in receive traces and
+    /// parse failures.
     const char* socketName;
+    /// The queued subscriber logs an ERROR for a message of another topic; the
+    /// most-recent-value subscriber stays silent.
     bool reportTopicMismatch;
 };
 
-/// The queued subscriber's wording: it names itself and reports a mismatch.
-extern const Wording queuedWording;
-/// The most-recent-value subscriber's wording: generic, and silent on a mismatch.
-extern const Wording mrvWording;
+/// The queued subscriber's words.
+extern const SubscriberKind queuedKind;
+/// The most-recent-value subscriber's words.
+extern const SubscriberKind mrvKind;
 
 /// What a received message is checked against.
 struct Expectation {
@@ -68,14 +79,26 @@ enum class FramesOutcome {
 /// header, type hash, payload. A failure to read or a bad header or type
 /// throws std::exception; the caller's handler reports it and discards the
 /// rest of the message.
-FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const Wording& wording,
+FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const SubscriberKind& kind,
                             const log4cplus::Logger& logger, ReceivedFrames& frames);
+
+/// The logger of both kinds, "vexa.dabo.krin.subscriber".
+log4cplus::Logger subscriberLogger();
+
+/// "krin.ps.disableTypeHashCheck" of `properties`, false when absent.
+bool typeHashCheckDisabled(const orlo::dabo::Dabo::Properties& properties);
+
+/// ERROR and DaboException: `<className> did not receive it's subscription socket`.
+[[noreturn]] void failRegistration(const log4cplus::Logger& logger, const SubscriberKind& kind);
+
+/// WARN line of `close` on a closed subscriber, the publisher's words.
+void warnAlreadyClosed(const log4cplus::Logger& logger);
 
 /// WARN line for a readable socket before initialisation or after close.
 void warnNotReady(const log4cplus::Logger& logger);
 
 /// Throws the failure of a payload that the binding refused to parse.
-[[noreturn]] void throwPayloadRefused(const Wording& wording, const std::string& topicIdFrame);
+[[noreturn]] void throwPayloadRefused(const SubscriberKind& kind, const std::string& topicIdFrame);
 
 /// The handler of a receive path: ERROR "Failed to process message. msg:" with
 /// the failure's text, then drops what is left of the message.
@@ -89,6 +112,11 @@ std::string typeHashMismatchText(std::uint32_t local, std::uint32_t remote);
 /// TRACE `prefix` followed by the subscriber's printable id; the id is only
 /// worked out when TRACE is enabled.
 void traceWithId(const log4cplus::Logger& logger, const char* prefix, const std::string& topicIdFrame);
+
+/// TRACE `<prefix><className>: <id>`, such as "Closing KrinSubscriber: id" or
+/// "REGISTERED event received for KrinMrvSubscriber: id".
+void traceNamed(const log4cplus::Logger& logger, const char* prefix, const SubscriberKind& kind,
+                const std::string& topicIdFrame);
 
 /// TRACE line of a constructor: `<className> topicName:... topicIdHash:... topicIdFrame:<id>`.
 void traceIdentity(const log4cplus::Logger& logger, const char* className, const TopicIdentity& identity);

@@ -2,10 +2,11 @@
 
 // Stand-in for opentelemetry/common/timestamp.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include <chrono>
 #include <cstdint>
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace common {
 
 /// A point on the wall clock, in nanoseconds since the epoch; 0 means "not set".
@@ -45,4 +46,4 @@ private:
 };
 
 }  // namespace common
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

@@ -2,11 +2,12 @@
 
 // Stand-in for opentelemetry::nostd::shared_ptr (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include <cstddef>
 #include <memory>
 #include <utility>
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace nostd {
 
 /// Shared ownership of an API object; made from a std::shared_ptr or a raw
@@ -53,4 +54,4 @@ template <class T>
 bool operator!=(std::nullptr_t, const shared_ptr<T>& rhs) noexcept { return nullptr != rhs.get(); }
 
 }  // namespace nostd
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

@@ -2,10 +2,11 @@
 
 // Stand-in for opentelemetry::nostd::span with a fixed extent (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include <array>
 #include <cstddef>
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace nostd {
 
 constexpr std::size_t dynamic_extent = static_cast<std::size_t>(-1);
@@ -38,4 +39,4 @@ private:
 };
 
 }  // namespace nostd
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

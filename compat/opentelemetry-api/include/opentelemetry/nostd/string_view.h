@@ -3,13 +3,14 @@
 // Stand-in for the OpenTelemetry C++ API (1.x names and signatures), used when
 // opentelemetry-cpp is not installed. Only the trace API's no-op path is here.
 
+#include "opentelemetry/version.h"
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <ostream>
 #include <string>
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace nostd {
 
 /// A non-owning view of characters, ABI-stable in the real API.
@@ -54,4 +55,4 @@ inline std::ostream& operator<<(std::ostream& os, string_view s) {
 }
 
 }  // namespace nostd
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

@@ -3,6 +3,7 @@
 // Stand-in for opentelemetry/trace/noop.h (OpenTelemetry C++ API 1.x): what
 // serves when no SDK is installed.
 
+#include "opentelemetry/version.h"
 #include <memory>
 
 #include "opentelemetry/nostd/shared_ptr.h"
@@ -10,7 +11,7 @@
 #include "opentelemetry/trace/tracer.h"
 #include "opentelemetry/trace/tracer_provider.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// A span that records nothing and has an invalid context.
@@ -55,4 +56,4 @@ private:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

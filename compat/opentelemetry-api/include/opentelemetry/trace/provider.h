@@ -2,6 +2,7 @@
 
 // Stand-in for opentelemetry/trace/provider.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include <mutex>
 
 #include "opentelemetry/nostd/shared_ptr.h"
@@ -12,7 +13,7 @@
 // modules that use it are built with hidden visibility.
 #define OPENTELEMETRY_API_SINGLETON __attribute__((visibility("default")))
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// The process-wide tracer provider; the no-op provider until one is set.
@@ -41,4 +42,4 @@ private:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

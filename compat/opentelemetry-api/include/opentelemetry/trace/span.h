@@ -2,11 +2,12 @@
 
 // Stand-in for opentelemetry/trace/span.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include "opentelemetry/nostd/string_view.h"
 #include "opentelemetry/trace/span_context.h"
 #include "opentelemetry/trace/span_metadata.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// One operation of a trace.
@@ -26,4 +27,4 @@ public:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

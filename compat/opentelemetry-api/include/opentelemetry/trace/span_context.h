@@ -2,11 +2,12 @@
 
 // Stand-in for opentelemetry/trace/span_context.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include "opentelemetry/trace/span_id.h"
 #include "opentelemetry/trace/trace_flags.h"
 #include "opentelemetry/trace/trace_id.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// What of a span crosses process boundaries: trace id, span id and flags.
@@ -38,4 +39,4 @@ private:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

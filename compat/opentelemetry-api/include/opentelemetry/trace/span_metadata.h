@@ -2,9 +2,10 @@
 
 // Stand-in for opentelemetry/trace/span_metadata.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include "opentelemetry/common/timestamp.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 enum class SpanKind {
@@ -27,4 +28,4 @@ struct EndSpanOptions {
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

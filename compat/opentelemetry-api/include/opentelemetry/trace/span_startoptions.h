@@ -2,11 +2,12 @@
 
 // Stand-in for opentelemetry/trace/span_startoptions.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include "opentelemetry/common/timestamp.h"
 #include "opentelemetry/trace/span_context.h"
 #include "opentelemetry/trace/span_metadata.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// Options for starting a span. Zero start times mean "now"; an invalid parent
@@ -19,4 +20,4 @@ struct StartSpanOptions {
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

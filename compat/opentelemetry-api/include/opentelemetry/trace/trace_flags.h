@@ -2,11 +2,12 @@
 
 // Stand-in for opentelemetry/trace/trace_flags.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include <cstdint>
 
 #include "opentelemetry/nostd/span.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// The trace flags byte; bit 0 is "sampled".
@@ -32,4 +33,4 @@ private:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

@@ -2,12 +2,13 @@
 
 // Stand-in for opentelemetry/trace/trace_id.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include <cstdint>
 #include <cstring>
 
 #include "opentelemetry/nostd/span.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// 16 bytes naming a trace; all zeros is the invalid id.
@@ -36,4 +37,4 @@ private:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE

@@ -2,12 +2,13 @@
 
 // Stand-in for opentelemetry/trace/tracer.h (OpenTelemetry C++ API 1.x).
 
+#include "opentelemetry/version.h"
 #include "opentelemetry/nostd/shared_ptr.h"
 #include "opentelemetry/nostd/string_view.h"
 #include "opentelemetry/trace/span.h"
 #include "opentelemetry/trace/span_startoptions.h"
 
-namespace opentelemetry {
+OPENTELEMETRY_BEGIN_NAMESPACE
 namespace trace {
 
 /// Makes spans for one instrumentation library.
@@ -18,4 +19,4 @@ public:
 };
 
 }  // namespace trace
-}  // namespace opentelemetry
+OPENTELEMETRY_END_NAMESPACE
