@@ -2,11 +2,10 @@
 
 // Stand-in for opentelemetry/common/timestamp.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include <chrono>
 #include <cstdint>
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace common {
 
 /// A point on the wall clock, in nanoseconds since the epoch; 0 means "not set".
@@ -46,4 +45,4 @@ private:
 };
 
 }  // namespace common
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

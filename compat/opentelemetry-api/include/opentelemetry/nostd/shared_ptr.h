@@ -2,12 +2,11 @@
 
 // Stand-in for opentelemetry::nostd::shared_ptr (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include <cstddef>
 #include <memory>
 #include <utility>
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace nostd {
 
 /// Shared ownership of an API object; made from a std::shared_ptr or a raw
@@ -54,4 +53,4 @@ template <class T>
 bool operator!=(std::nullptr_t, const shared_ptr<T>& rhs) noexcept { return nullptr != rhs.get(); }
 
 }  // namespace nostd
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

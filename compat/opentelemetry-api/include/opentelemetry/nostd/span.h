@@ -2,11 +2,10 @@
 
 // Stand-in for opentelemetry::nostd::span with a fixed extent (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include <array>
 #include <cstddef>
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace nostd {
 
 constexpr std::size_t dynamic_extent = static_cast<std::size_t>(-1);
@@ -39,4 +38,4 @@ private:
 };
 
 }  // namespace nostd
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

@@ -3,14 +3,13 @@
 // Stand-in for the OpenTelemetry C++ API (1.x names and signatures), used when
 // opentelemetry-cpp is not installed. Only the trace API's no-op path is here.
 
-#include "opentelemetry/version.h"
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <ostream>
 #include <string>
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace nostd {
 
 /// A non-owning view of characters, ABI-stable in the real API.
@@ -55,4 +54,4 @@ inline std::ostream& operator<<(std::ostream& os, string_view s) {
 }
 
 }  // namespace nostd
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

@@ -3,7 +3,6 @@
 // Stand-in for opentelemetry/trace/noop.h (OpenTelemetry C++ API 1.x): what
 // serves when no SDK is installed.
 
-#include "opentelemetry/version.h"
 #include <memory>
 
 #include "opentelemetry/nostd/shared_ptr.h"
@@ -11,7 +10,7 @@
 #include "opentelemetry/trace/tracer.h"
 #include "opentelemetry/trace/tracer_provider.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// A span that records nothing and has an invalid context.
@@ -56,4 +55,4 @@ private:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

@@ -2,7 +2,6 @@
 
 // Stand-in for opentelemetry/trace/provider.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include <mutex>
 
 #include "opentelemetry/nostd/shared_ptr.h"
@@ -13,7 +12,7 @@
 // modules that use it are built with hidden visibility.
 #define OPENTELEMETRY_API_SINGLETON __attribute__((visibility("default")))
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// The process-wide tracer provider; the no-op provider until one is set.
@@ -42,4 +41,4 @@ private:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

@@ -2,12 +2,11 @@
 
 // Stand-in for opentelemetry/trace/span.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include "opentelemetry/nostd/string_view.h"
 #include "opentelemetry/trace/span_context.h"
 #include "opentelemetry/trace/span_metadata.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// One operation of a trace.
@@ -27,4 +26,4 @@ public:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

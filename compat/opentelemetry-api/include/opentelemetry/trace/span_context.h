@@ -2,12 +2,11 @@
 
 // Stand-in for opentelemetry/trace/span_context.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include "opentelemetry/trace/span_id.h"
 #include "opentelemetry/trace/trace_flags.h"
 #include "opentelemetry/trace/trace_id.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// What of a span crosses process boundaries: trace id, span id and flags.
@@ -39,4 +38,4 @@ private:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

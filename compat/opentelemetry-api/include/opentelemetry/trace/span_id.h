@@ -2,13 +2,12 @@
 
 // Stand-in for opentelemetry/trace/span_id.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include <cstdint>
 #include <cstring>
 
 #include "opentelemetry/nostd/span.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// 8 bytes naming a span; all zeros is the invalid id.
@@ -37,4 +36,4 @@ private:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

@@ -2,10 +2,9 @@
 
 // Stand-in for opentelemetry/trace/span_metadata.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include "opentelemetry/common/timestamp.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 enum class SpanKind {
@@ -28,4 +27,4 @@ struct EndSpanOptions {
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

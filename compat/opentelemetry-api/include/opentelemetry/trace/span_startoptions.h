@@ -2,12 +2,11 @@
 
 // Stand-in for opentelemetry/trace/span_startoptions.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include "opentelemetry/common/timestamp.h"
 #include "opentelemetry/trace/span_context.h"
 #include "opentelemetry/trace/span_metadata.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// Options for starting a span. Zero start times mean "now"; an invalid parent
@@ -20,4 +19,4 @@ struct StartSpanOptions {
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

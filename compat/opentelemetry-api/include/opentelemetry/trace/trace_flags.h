@@ -2,12 +2,11 @@
 
 // Stand-in for opentelemetry/trace/trace_flags.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include <cstdint>
 
 #include "opentelemetry/nostd/span.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// The trace flags byte; bit 0 is "sampled".
@@ -33,4 +32,4 @@ private:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry

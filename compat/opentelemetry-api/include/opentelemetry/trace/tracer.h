@@ -2,13 +2,12 @@
 
 // Stand-in for opentelemetry/trace/tracer.h (OpenTelemetry C++ API 1.x).
 
-#include "opentelemetry/version.h"
 #include "opentelemetry/nostd/shared_ptr.h"
 #include "opentelemetry/nostd/string_view.h"
 #include "opentelemetry/trace/span.h"
 #include "opentelemetry/trace/span_startoptions.h"
 
-OPENTELEMETRY_BEGIN_NAMESPACE
+namespace opentelemetry {
 namespace trace {
 
 /// Makes spans for one instrumentation library.
@@ -19,4 +18,4 @@ public:
 };
 
 }  // namespace trace
-OPENTELEMETRY_END_NAMESPACE
+}  // namespace opentelemetry
