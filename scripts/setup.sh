@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config ccache
+  build-essential cmake pkg-config ccache libcli11-dev
   protobuf-compiler libprotobuf-dev libprotoc-dev
   libzmq3-dev cppzmq-dev
   liblog4cplus-dev

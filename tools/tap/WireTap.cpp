@@ -12,14 +12,16 @@ namespace lumo::tools {
 
 using orlo::dabo::krin::detail::KrinDaboEvent;
 
-WireTap::WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime) : runtime(std::move(runtime)) {}
+WireTap::WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime, std::string topicFrame,
+                 std::size_t capacity)
+    : runtime(std::move(runtime)), topicFrame(std::move(topicFrame)), capacity(capacity) {}
 
 std::shared_ptr<WireTap> WireTap::open(const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime,
-                                       const std::string& uri) {
+                                       const std::string& uri, std::size_t capacity) {
     const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, false, true);
     const std::string frame = orlo::dabo::krin::detail::createFrame0(
         static_cast<std::uint32_t>(orlo::dabo::util::topicNameHash(address.topic)));
-    std::shared_ptr<WireTap> tap(new WireTap(runtime));
+    std::shared_ptr<WireTap> tap(new WireTap(runtime, frame, capacity));
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = tap;
     runtime->registerSubscriber(uri, frame, handler);
     std::unique_lock<std::mutex> lock(tap->mutex);
@@ -58,7 +60,11 @@ void WireTap::readMessage(zmq::socket_t& from) {
     using namespace orlo::dabo::krin::detail;
     WireSample sample;
     try {
-        readFrame(from);  // the topic frame; the socket's filter let only ours through
+        const std::string frame = readFrame(from);
+        if (frame != topicFrame) {
+            throw std::runtime_error("its topic frame " + orlo::dabo::util::hexStr(frame) + " is not the topic's " +
+                                     orlo::dabo::util::hexStr(topicFrame));
+        }
         requireMoreFrames(from);
         orlo::dabo::krin::rr::KrinHeader header;
         if (!header.ParseFromString(readFrame(from))) {
@@ -79,6 +85,16 @@ void WireTap::readMessage(zmq::socket_t& from) {
     }
     {
         std::lock_guard<std::mutex> lock(mutex);
+        if (received.size() >= capacity) {
+            received.pop_front();
+            ++droppedCount;
+            const auto now = std::chrono::steady_clock::now();
+            if (now >= nextDropReport) {
+                std::cerr << "krin-tap: dropped " << droppedCount << " samples so far: the output is slower than "
+                          << "the topic (--queue " << capacity << ")" << std::endl;
+                nextDropReport = now + std::chrono::seconds(1);
+            }
+        }
         received.push_back(std::move(sample));
     }
     changed.notify_all();
@@ -86,12 +102,25 @@ void WireTap::readMessage(zmq::socket_t& from) {
 
 bool WireTap::next(WireSample& sample, std::chrono::milliseconds limit) {
     std::unique_lock<std::mutex> lock(mutex);
-    if (!changed.wait_for(lock, limit, [&] { return !received.empty(); })) {
+    if (!changed.wait_for(lock, limit, [&] { return !received.empty() || interrupted; }) || received.empty()) {
         return false;
     }
     sample = std::move(received.front());
     received.pop_front();
     return true;
+}
+
+void WireTap::interrupt() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        interrupted = true;
+    }
+    changed.notify_all();
+}
+
+unsigned long WireTap::dropped() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return droppedCount;
 }
 
 unsigned long WireTap::malformed() const {
@@ -111,7 +140,9 @@ void WireTap::close() {
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = shared_from_this();
     runtime->unregisterSubscriber(ours, handler);
     std::unique_lock<std::mutex> lock(mutex);
-    changed.wait_for(lock, std::chrono::seconds(5), [&] { return unregistered; });
+    // Interrupted, the tool has only a moment left: the confirmation is not worth waiting for.
+    changed.wait_for(lock, interrupted ? std::chrono::milliseconds(20) : std::chrono::milliseconds(5000),
+                     [&] { return unregistered; });
 }
 
 }  // namespace lumo::tools

@@ -26,12 +26,20 @@ struct WireSample {
 /// type), which a subscriber keeps to itself, and the payload's bytes, which
 /// it decodes with the schema instead of a topic class.
 ///
-/// Messages are read on the runtime's thread and queued for the caller's.
+/// Messages are read on the runtime's thread and queued for the caller's, at
+/// most `capacity` of them: when the caller falls behind (its output goes to a
+/// reader slower than the topic), the oldest queued message is dropped and
+/// counted, so that the tap's memory stays bounded whatever the rate. The
+/// count is told on stderr at most once a second while drops go on, from the
+/// runtime's thread, since the caller's may be held by its reader.
+///
+/// A message whose topic frame is not the topic's is refused as the plug-in's
+/// subscribers refuse it; ZeroMQ's subscription filter compares prefixes only.
 class WireTap : public orlo::dabo::krin::detail::EventsHandler, public std::enable_shared_from_this<WireTap> {
 public:
     /// Subscribes to the topic of `uri` (a checked topic URI).
     static std::shared_ptr<WireTap> open(const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime,
-                                         const std::string& uri);
+                                         const std::string& uri, std::size_t capacity);
 
     WireTap(const WireTap&) = delete;
     WireTap& operator=(const WireTap&) = delete;
@@ -39,27 +47,41 @@ public:
 
     bool events(std::shared_ptr<zmq::socket_t>& socket, orlo::dabo::krin::detail::KrinDaboEvent event) override;
 
-    /// Waits up to `limit` for the next message; false if none came.
+    /// Waits up to `limit` for the next message; false if none came or the
+    /// wait was interrupted.
     bool next(WireSample& sample, std::chrono::milliseconds limit);
 
-    /// Messages that could not be taken apart, reported on stderr as they came.
+    /// Ends the current and every later wait of `next` at once.
+    void interrupt();
+
+    /// Messages that could not be taken apart or were of another topic,
+    /// reported on stderr as they came.
     unsigned long malformed() const;
+
+    /// Messages dropped because the queue was full.
+    unsigned long dropped() const;
 
     /// Unsubscribes and waits a bounded time for the runtime to confirm.
     void close();
 
 private:
-    explicit WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime);
+    WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime, std::string topicFrame,
+            std::size_t capacity);
     void readMessage(zmq::socket_t& socket);
 
     std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    const std::string topicFrame;
+    const std::size_t capacity;
     mutable std::mutex mutex;
     std::condition_variable changed;
     std::deque<WireSample> received;
     std::shared_ptr<zmq::socket_t> socket;
     bool registered = false;
     bool unregistered = false;
+    bool interrupted = false;
+    std::chrono::steady_clock::time_point nextDropReport;
     unsigned long malformedCount = 0;
+    unsigned long droppedCount = 0;
 };
 
 }  // namespace lumo::tools
