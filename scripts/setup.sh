@@ -15,10 +15,10 @@ packages=(
 )
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
-# measured against, the plotting tool and GNU time for the peer's CPU time.
-# CI's test command never asks for it.
+# measured against, the plotting library of scripts/perfReport.py and GNU time
+# for the peer's CPU time. CI's test command never asks for it.
 if [ "${1:-}" = "--perf" ]; then
-  packages+=(cyclonedds-tools gnuplot-nox time)
+  packages+=(cyclonedds-tools python3-matplotlib time)
 fi
 
 missing=()

@@ -13,6 +13,7 @@
 #include <vector>
 #include <zmq.hpp>
 
+#include "ToolArguments.h"
 #include "ToolProcess.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/krin/detail/ps/topicTraits.h"
@@ -20,12 +21,6 @@
 #include "krin.pb.h"
 #include "tools/common/FreePort.h"
 
-#ifndef LUMO_TAP_PATH
-#error "LUMO_TAP_PATH must name krin-tap"
-#endif
-#ifndef LUMO_PUB_PATH
-#error "LUMO_PUB_PATH must name krin-pub"
-#endif
 #ifndef LUMO_PERF_PATH
 #error "LUMO_PERF_PATH must name krin-perf"
 #endif
@@ -35,18 +30,17 @@
 
 namespace {
 
+using lumo::test::centOptJson;
+using lumo::test::freshUri;
 using lumo::test::linesOf;
 using lumo::test::ToolProcess;
 using namespace std::chrono_literals;
 
-const std::string centOptJson = R"({"options":3,"threshold":0.75,"numBrightestPixels":25})";
 
 /// The bound within which a signal must end a tool, asserted with room for a
 /// loaded machine: the tools wait on the signal itself, never on a schedule.
 constexpr auto promptly = 100ms;
 constexpr auto generously = 5 * promptly;
-
-std::string freshUri() { return "krin.ps://127.0.0.1:" + std::to_string(lumo::tools::freeLoopbackPort()); }
 
 auto contains(const std::string& text) {
     return [text](const std::string& output) { return output.find(text) != std::string::npos; };

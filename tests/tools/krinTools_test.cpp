@@ -5,27 +5,20 @@
 
 #include <string>
 
+#include "ToolArguments.h"
 #include "ToolProcess.h"
 #include "tools/common/CurveKeyPair.h"
-#include "tools/common/FreePort.h"
 
-#ifndef LUMO_TAP_PATH
-#error "LUMO_TAP_PATH must name krin-tap"
-#endif
-#ifndef LUMO_PUB_PATH
-#error "LUMO_PUB_PATH must name krin-pub"
-#endif
 
 namespace {
 
+using lumo::test::centOptJson;
+using lumo::test::freshUri;
 using lumo::test::linesOf;
 using lumo::test::ToolProcess;
 using namespace std::chrono_literals;
 
-const std::string centOptJson = R"({"options":3,"threshold":0.75,"numBrightestPixels":25})";
 const std::string lumoModeJson = R"({"controlMode":"TEL_DRIVEN_WITH_HOKU_TT","activeCameraFs":"IMG_PDS"})";
-
-std::string freshUri() { return "krin.ps://127.0.0.1:" + std::to_string(lumo::tools::freeLoopbackPort()); }
 
 /// Starts a tap for `count` samples, then a publisher that keeps sending
 /// until the tap has what it wants: the tap may join after the first samples.

@@ -166,20 +166,22 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
 
 int runThroughputSubscriber(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
     auto dabo = orlo::dabo::krin::detail::KrinDabo::create(options.runtimeProperties);
-    Stopper stopper;
-    Tally tally(options.warmupSeconds, options.seconds, stopper);
+    // Shared with the thread below, which may outlive this function: the
+    // publisher closes this process's stdin only after it has the report.
+    auto stopper = std::make_shared<Stopper>();
+    Tally tally(options.warmupSeconds, options.seconds, *stopper);
     // The publisher closes this process's stdin when it gives up or is done.
-    std::thread publisherGone([&stopper] {
+    std::thread publisherGone([stopper] {
         std::string ignored;
         while (std::getline(std::cin, ignored)) {
         }
-        stopper.stop();
+        stopper->stop();
     });
     publisherGone.detach();
     {
         auto receiver = makeReceiver(options, Endpoints{dabo, plugin}, options.portA, throughputTopic,
                                      [&tally](std::uint32_t id) { tally.take(id); });
-        receiver->run(stopper);
+        receiver->run(*stopper);
     }
     std::cout << tally.report() << std::endl;
     return 0;
