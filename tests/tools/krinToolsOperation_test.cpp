@@ -16,9 +16,9 @@
 #include "ToolArguments.h"
 #include "ToolProcess.h"
 #include "dabo/krin/detail/KrinHelpers.h"
-#include "dabo/krin/detail/ps/topicTraits.h"
 #include "dabo/util/DaboUtil.h"
 #include "krin.pb.h"
+#include "lumotypes/host/Topics.h"
 #include "tools/common/FreePort.h"
 
 #ifndef LUMO_PERF_PATH
@@ -217,7 +217,7 @@ void sendCentOpt(zmq::socket_t& socket, const std::string& topicFrame, std::uint
     orlo::dabo::krin::rr::KrinHeader header;
     header.set_samplesequence(sequence);
     header.set_sourcetimestamp(1.0);
-    header.set_dataentitytypehash(orlo::dabo::krin::detail::ps::TopicTraits<lumotypes::CentOpt>::dataEntityTypeHash);
+    header.set_dataentitytypehash(lumotypes::host::TopicTraits<lumotypes::CentOpt>::typeHash);
     // options 3, threshold 0.75, numBrightestPixels 25: three fixed-width fields.
     const float threshold = 0.75f;
     char thresholdBytes[4];

@@ -2,21 +2,14 @@
 
 #include <iostream>
 
-#include "dabo/krin/detail/KrinHelpers.h"
-#include "dabo/util/DaboUtil.h"
+#include "lumotypes/host/Properties.h"
 #include "tools/common/StopSignal.h"
 
 namespace lumo::tools {
 
 void checkProperties(const orlo::dabo::Dabo::Properties& properties, const std::string& tool) {
-    orlo::dabo::util::getLongProperty(properties, "krin.runtime.highWaterMark", 0);
-    orlo::dabo::util::getLongProperty(properties, "krin.ps.slowJoinerDelayMs", 0);
-    orlo::dabo::krin::detail::getDaboBoolProperty(properties, "krin.ps.disableTypeHashCheck", false);
-    for (const auto& entry : properties) {
-        if (entry.first.rfind("krin.", 0) != 0) {
-            std::cerr << tool << ": property " << entry.first << " is read by neither the runtime nor the plug-in"
-                      << std::endl;
-        }
+    for (const std::string& key : lumotypes::host::properties::checkProperties(properties)) {
+        std::cerr << tool << ": property " << key << " is read by neither the runtime nor the plug-in" << std::endl;
     }
 }
 

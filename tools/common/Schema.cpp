@@ -1,6 +1,5 @@
 #include "tools/common/Schema.h"
 
-#include <google/protobuf/generated_message_reflection.h>
 #include <google/protobuf/struct.pb.h>
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/json_util.h>
@@ -11,22 +10,6 @@
 namespace lumo::tools {
 
 namespace {
-
-using DescriptorTableGetter = const google::protobuf::internal::DescriptorTable* (*)();
-
-const google::protobuf::FileDescriptor* schemaFileOf(const PluginLoader& plugin) {
-    // The table is what the schema compiler generated into the plug-in; its
-    // file name is the key under which the plug-in's code registered the
-    // schema with the pool when it was loaded.
-    auto getter = reinterpret_cast<DescriptorTableGetter>(plugin.symbol("descriptor_table_Lumotypes_2eproto_getter"));
-    const auto* table = getter();
-    const auto* file = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(table->filename);
-    if (file == nullptr) {
-        throw PluginLoadError("plug-in " + plugin.path() + " exports the schema " + table->filename +
-                              ", which is not in the message library's pool");
-    }
-    return file;
-}
 
 /// The first enumeration field of `type` in `value` (the JSON as the message
 /// library reads any JSON) whose value is neither a name nor a number of its
@@ -98,7 +81,7 @@ std::string enumerationRefusal(const google::protobuf::Descriptor& type, const g
 
 }  // namespace
 
-Schema::Schema(const PluginLoader& plugin) : file(schemaFileOf(plugin)) {}
+Schema::Schema(const lumotypes::host::Plugin& plugin) : file(&plugin.schema()) {}
 
 std::vector<std::string> Schema::messageNames() const {
     std::vector<std::string> names;

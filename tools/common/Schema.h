@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace lumo::tools {
 
@@ -17,9 +17,8 @@ namespace lumo::tools {
 /// Nothing here knows a topic: every field is reached through reflection.
 class Schema {
 public:
-    /// Throws `PluginLoadError` if the plug-in exports no descriptor table or
-    /// its schema is not in the message library's pool.
-    explicit Schema(const PluginLoader& plugin);
+    /// The schema the plug-in exports (lumotypes::host::Plugin::schema).
+    explicit Schema(const lumotypes::host::Plugin& plugin);
 
     Schema(const Schema&) = delete;
     Schema& operator=(const Schema&) = delete;

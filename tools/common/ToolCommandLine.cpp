@@ -6,9 +6,8 @@
 #include <iostream>
 #include <sstream>
 
+#include "lumotypes/host/Plugin.h"
 #include "tools/common/CommandLine.h"
-#include "tools/common/Topics.h"
-#include "tools/loader/PluginLoader.h"
 
 namespace lumo::tools {
 
@@ -56,7 +55,7 @@ void ToolCommandLine::addUri(std::string& uri, const std::string& meaning) {
 
 void ToolCommandLine::addTopic(std::string& topic) {
     std::string names;
-    for (const auto& name : topicNames()) {
+    for (const auto& name : lumotypes::host::topicNames()) {
         names += " " + name;
     }
     cli.add_option("TOPIC", topic, "the topic type, one of:" + names)->required()->type_name("");
@@ -98,7 +97,7 @@ void ToolCommandLine::addCurveOptions(orlo::dabo::Dabo::Properties& properties) 
 }
 
 void ToolCommandLine::addPlugin(std::string& path) {
-    path = PluginLoader::defaultPath();
+    path = lumotypes::host::Plugin::defaultPath();
     cli.add_option("--plugin", path, "the plug-in to load")->type_name("PATH");
 }
 

@@ -4,9 +4,9 @@
 #include <sys/socket.h>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinHelpers.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Uri.h"
 #include "tools/common/CommandLine.h"
-#include "tools/common/Topics.h"
 
 namespace lumo::tools {
 
@@ -32,7 +32,7 @@ void checkHostResolves(const std::string& host, const std::string& uri) {
 }  // namespace
 
 std::string topicUri(const std::string& uri, const std::string& topic, bool bindSide) {
-    const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, bindSide, false);
+    const auto address = lumotypes::host::parseTopicUri(uri, bindSide, false);
     if (!address.topic.empty() && address.topic != "/") {
         return uri;
     }
@@ -41,17 +41,17 @@ std::string topicUri(const std::string& uri, const std::string& topic, bool bind
         withPath.pop_back();
     }
     withPath += "/" + topic;
-    orlo::dabo::krin::detail::checkKrinUri(withPath, bindSide, true);
+    lumotypes::host::parseTopicUri(withPath, bindSide, true);
     return withPath;
 }
 
 std::string checkedTopicUri(const std::string& uri, const std::string& topic, bool bindSide) {
-    if (!withTopic(topic, [](auto) {})) {
+    if (!lumotypes::host::withTopic(topic, [](auto) {})) {
         throw UsageError("unknown topic '" + topic + "'; see --help for the topics");
     }
     try {
         const std::string checked = topicUri(uri, topic, bindSide);
-        checkHostResolves(orlo::dabo::krin::detail::parseKrinUri(checked, bindSide, true).host, uri);
+        checkHostResolves(lumotypes::host::parseTopicUri(checked, bindSide, true).host, uri);
         return checked;
     } catch (const orlo::dabo::DaboException& refusal) {
         throw UsageError(refusal.what());

@@ -3,18 +3,17 @@
 #include <string>
 
 #include "dabo/Dabo.h"
+#include "lumotypes/host/Plugin.h"
 #include "tools/common/Schema.h"
-#include "tools/common/Topics.h"
-#include "tools/loader/PluginLoader.h"
 
 namespace lumo::demo {
 
 /// What every part of the demo shares: the loaded plug-in, its schema, the
 /// embedded runtime and where the topics live.
 struct DemoContext {
-    const tools::PluginLoader& plugin;
+    const lumotypes::host::Plugin& plugin;
     tools::Schema& schema;
-    tools::Runtime runtime;
+    lumotypes::host::Runtime runtime;
     orlo::dabo::Dabo::Properties properties;
     /// "krin.ps://127.0.0.1:PORT"
     std::string endpoint;

@@ -7,7 +7,7 @@
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/Subscriber.h"
-#include "tools/common/Topics.h"
+#include "lumotypes/host/Payload.h"
 
 namespace lumo::demo {
 
@@ -19,7 +19,7 @@ template <typename T>
 bool awaitJoin(orlo::dabo::ps::Publisher<T>& publisher, orlo::dabo::ps::Subscriber<T>& subscriber,
                const std::string& probeBytes, std::chrono::milliseconds limit) {
     auto probe = publisher.createDataEntity();
-    if (!tools::fromBytes(*probe, probeBytes)) {
+    if (!lumotypes::host::fromBytes(*probe, probeBytes)) {
         return false;
     }
     const orlo::dabo::ps::DataEventFilter<T> anything;

@@ -3,8 +3,12 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <algorithm>
+
+#include "lumotypes/host/Payload.h"
 #include "tools/demo/Joining.h"
 #include "tools/demo/SampleMaker.h"
+#include "tools/demo/TelescopeLoop.h"
 
 namespace lumo::demo {
 
@@ -12,11 +16,11 @@ namespace {
 
 template <typename T>
 void roundTripOf(const DemoContext& context, Ledger& ledger, int samples) {
-    const std::string topic = tools::TopicName<T>::value;
+    const std::string topic = lumotypes::host::TopicTraits<T>::name;
     auto logger = log4cplus::Logger::getInstance("lumo.demo.roundtrip");
-    auto publisher = tools::makePublisher<T>(context.plugin, context.uriOf(topic), context.properties, context.runtime);
+    auto publisher = context.plugin.publisher<T>(context.uriOf(topic), context.properties, context.runtime);
     auto subscriber =
-        tools::makeSubscriber<T>(context.plugin, context.uriOf(topic), context.properties, context.runtime);
+        context.plugin.subscriber<T>(context.uriOf(topic), context.properties, context.runtime);
     const std::string probe = probeBytes(context.schema, topic);
     ledger.setProbe(probe);
     if (!awaitJoin(*publisher, *subscriber, probe, std::chrono::seconds(20))) {
@@ -25,7 +29,7 @@ void roundTripOf(const DemoContext& context, Ledger& ledger, int samples) {
     for (int index = 0; index < samples; ++index) {
         const std::string bytes = sampleBytes(context.schema, topic, static_cast<unsigned>(index));
         auto sample = publisher->createDataEntity();
-        if (!tools::fromBytes(*sample, bytes)) {
+        if (!lumotypes::host::fromBytes(*sample, bytes)) {
             LOG4CPLUS_ERROR(logger, topic << ": the plug-in's entity refused sample " << index);
             continue;
         }
@@ -39,7 +43,7 @@ void roundTripOf(const DemoContext& context, Ledger& ledger, int samples) {
         subscriber->readDataEvents(anything, events, 16, std::chrono::milliseconds(100));
         for (const auto& event : events) {
             if (event->hasValidData()) {
-                ledger.receivedInOrder(tools::toBytes(*event->getData()));
+                ledger.receivedInOrder(lumotypes::host::toBytes(*event->getData()));
             }
         }
     }
@@ -50,8 +54,16 @@ void roundTripOf(const DemoContext& context, Ledger& ledger, int samples) {
 }  // namespace
 
 const std::vector<std::string>& RoundTrips::topics() {
-    static const std::vector<std::string> names{"InterfaceControlArgs", "Dummy",       "CentOpt",     "CentError",
-                                                "SimCentErrors",        "HokuTopicIn", "HokuTopicOut"};
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> rest;
+        const auto& loop = TelescopeLoop::topics();
+        for (const std::string& topic : lumotypes::host::topicNames()) {
+            if (std::find(loop.begin(), loop.end(), topic) == loop.end()) {
+                rest.push_back(topic);
+            }
+        }
+        return rest;
+    }();
     return names;
 }
 
@@ -64,7 +76,7 @@ RoundTrips::RoundTrips(const DemoContext& context, int samplesPerTopic)
 
 void RoundTrips::run() {
     for (std::size_t i = 0; i < topics().size(); ++i) {
-        tools::withTopic(topics()[i], [&](auto tag) {
+        lumotypes::host::withTopic(topics()[i], [&](auto tag) {
             using T = typename decltype(tag)::type;
             roundTripOf<T>(context, *topicLedgers[i], samplesPerTopic);
         });

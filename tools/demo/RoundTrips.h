@@ -15,6 +15,7 @@ namespace lumo::demo {
 /// field set, compared field by field when they come back.
 class RoundTrips {
 public:
+    /// Every topic of the topic list that the loop does not use, in schema order.
     static const std::vector<std::string>& topics();
 
     RoundTrips(const DemoContext& context, int samplesPerTopic);

@@ -134,7 +134,7 @@ std::string enumName(tools::Schema& schema, const std::string& topic, const std:
 template <typename T>
 void publishAndWatch(orlo::dabo::ps::Publisher<T>& publisher, orlo::dabo::ps::MrvSubscriber<T>& watch, Ledger& ledger,
                      std::uint64_t key, const T& sample) {
-    const std::string bytes = tools::toBytes(sample);
+    const std::string bytes = lumotypes::host::toBytes(sample);
     ledger.sent(key, bytes);
     const auto deadline = Clock::now() + std::chrono::seconds(5);
     auto nextPublish = Clock::now();
@@ -144,7 +144,7 @@ void publishAndWatch(orlo::dabo::ps::Publisher<T>& publisher, orlo::dabo::ps::Mr
             nextPublish = Clock::now() + std::chrono::milliseconds(200);
         }
         for (const auto& held : watch.readMostRecent(std::chrono::milliseconds(10))) {
-            if (tools::toBytes(*held) == bytes) {
+            if (lumotypes::host::toBytes(*held) == bytes) {
                 ledger.received(key, bytes);
                 return;
             }
@@ -153,6 +153,14 @@ void publishAndWatch(orlo::dabo::ps::Publisher<T>& publisher, orlo::dabo::ps::Mr
 }
 
 }  // namespace
+
+const std::vector<std::string>& TelescopeLoop::topics() {
+    static const std::vector<std::string> names{lumotypes::host::TopicTraits<FieldIn>::name,
+                                                lumotypes::host::TopicTraits<FieldOut>::name,
+                                                lumotypes::host::TopicTraits<lumotypes::LumoMode>::name,
+                                                lumotypes::host::TopicTraits<lumotypes::RefPos>::name};
+    return names;
+}
 
 struct TelescopeLoop::Parts {
     Parts(const DemoContext& context, double rate)
@@ -211,7 +219,7 @@ void TelescopeLoop::Parts::runSensor(Clock::time_point end) {
         std::this_thread::sleep_until(due);
         auto sample = sensor->createDataEntity();
         fillSensorSample(*sample, sampleId, std::chrono::duration<double>(Clock::now() - start).count());
-        sensorLedger.sent(sampleId, tools::toBytes(*sample));
+        sensorLedger.sent(sampleId, lumotypes::host::toBytes(*sample));
         sensor->publish(*sample, std::chrono::milliseconds(1000));
         ++sensorSamples;
         ++sampleId;
@@ -245,14 +253,14 @@ void TelescopeLoop::Parts::runController() {
 }
 
 void TelescopeLoop::Parts::control(const FieldIn& sample, std::uint32_t& commandId) {
-    const std::string bytes = tools::toBytes(sample);
+    const std::string bytes = lumotypes::host::toBytes(sample);
     if (sensorLedger.isProbe(bytes)) {
         return;
     }
     sensorLedger.received(sample.getSample_id(), bytes);
     auto command = controllerOutput->createDataEntity();
     fillCommand(*command, sample, commandId);
-    commandLedger.sent(commandId, tools::toBytes(*command));
+    commandLedger.sent(commandId, lumotypes::host::toBytes(*command));
     controllerOutput->publish(*command, std::chrono::milliseconds(1000));
     ++commandId;
     ++commands;
@@ -264,7 +272,7 @@ void TelescopeLoop::Parts::onCommand(const orlo::dabo::ps::DataEvent<FieldOut>& 
     }
     const double arrival = nowUtc();
     const FieldOut& command = *event.getData();
-    const std::string bytes = tools::toBytes(command);
+    const std::string bytes = lumotypes::host::toBytes(command);
     if (commandLedger.isProbe(bytes)) {
         return;
     }
@@ -322,16 +330,16 @@ void TelescopeLoop::start() {
     auto& p = *parts;
     const auto& c = p.context;
     // Publishers first: the first binds the endpoint the subscribers connect to.
-    p.sensor = tools::makePublisher<FieldIn>(c.plugin, c.uriOf("FieldStablizationTopicIn"), c.properties, c.runtime);
+    p.sensor = c.plugin.publisher<FieldIn>(c.uriOf("FieldStablizationTopicIn"), c.properties, c.runtime);
     p.controllerOutput =
-        tools::makePublisher<FieldOut>(c.plugin, c.uriOf("FieldStablizationTopicOut"), c.properties, c.runtime);
-    p.modePublisher = tools::makePublisher<lumotypes::LumoMode>(c.plugin, c.uriOf("LumoMode"), c.properties, c.runtime);
-    p.refPosPublisher = tools::makePublisher<lumotypes::RefPos>(c.plugin, c.uriOf("RefPos"), c.properties, c.runtime);
+        c.plugin.publisher<FieldOut>(c.uriOf("FieldStablizationTopicOut"), c.properties, c.runtime);
+    p.modePublisher = c.plugin.publisher<lumotypes::LumoMode>(c.uriOf("LumoMode"), c.properties, c.runtime);
+    p.refPosPublisher = c.plugin.publisher<lumotypes::RefPos>(c.uriOf("RefPos"), c.properties, c.runtime);
     p.controllerInput =
-        tools::makeSubscriber<FieldIn>(c.plugin, c.uriOf("FieldStablizationTopicIn"), c.properties, c.runtime);
-    p.monitor = tools::makeSubscriber<FieldOut>(c.plugin, c.uriOf("FieldStablizationTopicOut"), c.properties, c.runtime);
-    p.modeWatch = tools::makeMrvSubscriber<lumotypes::LumoMode>(c.plugin, c.uriOf("LumoMode"), c.properties, c.runtime);
-    p.refPosWatch = tools::makeMrvSubscriber<lumotypes::RefPos>(c.plugin, c.uriOf("RefPos"), c.properties, c.runtime);
+        c.plugin.subscriber<FieldIn>(c.uriOf("FieldStablizationTopicIn"), c.properties, c.runtime);
+    p.monitor = c.plugin.subscriber<FieldOut>(c.uriOf("FieldStablizationTopicOut"), c.properties, c.runtime);
+    p.modeWatch = c.plugin.mrvSubscriber<lumotypes::LumoMode>(c.uriOf("LumoMode"), c.properties, c.runtime);
+    p.refPosWatch = c.plugin.mrvSubscriber<lumotypes::RefPos>(c.uriOf("RefPos"), c.properties, c.runtime);
 
     p.sensorLedger.setProbe(probeBytes(c.schema, "FieldStablizationTopicIn"));
     p.commandLedger.setProbe(probeBytes(c.schema, "FieldStablizationTopicOut"));

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tools/demo/DemoContext.h"
 #include "tools/demo/LatencyStats.h"
@@ -29,6 +30,9 @@ struct LoopProgress {
 /// and watching them through most-recent-value subscribers.
 class TelescopeLoop {
 public:
+    /// The topics the loop publishes and subscribes.
+    static const std::vector<std::string>& topics();
+
     TelescopeLoop(const DemoContext& context, double sensorRate);
     ~TelescopeLoop();
 

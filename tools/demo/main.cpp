@@ -13,7 +13,8 @@
 #include <thread>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/FreePort.h"
 #include "tools/common/StopSignal.h"
@@ -68,10 +69,10 @@ std::string transportOf(const demo::DemoOptions& options) {
 
 int runDemo(const demo::DemoOptions& options) {
     auto logger = log4cplus::Logger::getInstance("lumo.demo");
-    tools::PluginLoader plugin(options.plugin);
+    lumotypes::host::Plugin plugin(options.plugin);
     tools::Schema schema(plugin);
     const int port = options.port != 0 ? options.port : tools::freeLoopbackPort();
-    auto runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+    auto runtime = lumotypes::host::createRuntime(options.properties);
     demo::DemoContext context{plugin, schema, runtime, options.properties,
                               "krin.ps://127.0.0.1:" + std::to_string(port)};
     std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"

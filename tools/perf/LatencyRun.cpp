@@ -61,7 +61,7 @@ double percentile(const std::vector<double>& sorted, double fraction) {
 
 }  // namespace
 
-int runPing(const PerfOptions& given, const std::string& self, const lumo::tools::PluginLoader* plugin) {
+int runPing(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
     PerfOptions options = given;
     options.portA = lumo::tools::freeLoopbackPort();
     options.portB = lumo::tools::freeLoopbackPort();
@@ -132,7 +132,7 @@ int runPing(const PerfOptions& given, const std::string& self, const lumo::tools
     return 0;
 }
 
-int runPong(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
+int runPong(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
     JoinWatch joins(options.runtimeProperties);
     const Endpoints endpoints{joins.runtime(), plugin};
     auto sender = makeSender(options, endpoints, options.portB, pongTopic);

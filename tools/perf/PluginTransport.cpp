@@ -7,7 +7,7 @@
 #include "dabo/ps/Subscriber.h"
 #include "dabo/ps/qos/QoS.h"
 #include "lumotypes/HokuTopicIn.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 #include "tools/perf/Transport.h"
 
 namespace lumo::perf {
@@ -15,21 +15,12 @@ namespace lumo::perf {
 namespace {
 
 using lumotypes::HokuTopicIn;
-using orlo::dabo::krin::detail::KrinDabo;
-using QoSList = std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>;
-using PublisherFactory = orlo::dabo::ps::Publisher<HokuTopicIn>*(const std::string&, const QoSList&,
-                                                                 const orlo::dabo::Dabo::Properties&,
-                                                                 const std::shared_ptr<KrinDabo>&);
-using SubscriberFactory = orlo::dabo::ps::Subscriber<HokuTopicIn>*(const std::string&, const QoSList&,
-                                                                   const orlo::dabo::Dabo::Properties&,
-                                                                   const std::shared_ptr<KrinDabo>&);
 using Subscriber = orlo::dabo::ps::Subscriber<HokuTopicIn>;
 
 class PluginSender : public Sender {
 public:
     PluginSender(const PerfOptions& options, const Endpoints& endpoints, const std::string& uri)
-        : publisher(endpoints.plugin->factory<PublisherFactory>("Publisher", "HokuTopicIn")(uri, {}, {},
-                                                                                              endpoints.dabo)) {
+        : publisher(endpoints.plugin->publisher<HokuTopicIn>(uri, {}, endpoints.dabo)) {
         sample = publisher->createDataEntity();
         sample->setQuality(true);
         sample->setSim(false);
@@ -54,8 +45,7 @@ class PluginReceiver : public Receiver {
 public:
     PluginReceiver(const PerfOptions& options, const Endpoints& endpoints, const std::string& uri, OnSample onSample)
         : mode(options.readMode),
-          subscriber(endpoints.plugin->factory<SubscriberFactory>("Subscriber", "HokuTopicIn")(uri, {}, {},
-                                                                                                endpoints.dabo)),
+          subscriber(endpoints.plugin->subscriber<HokuTopicIn>(uri, {}, endpoints.dabo)),
           onSample(std::move(onSample)) {}
     ~PluginReceiver() override { subscriber->close(); }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <future>
 
+#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 #include "krin.pb.h"

@@ -13,6 +13,7 @@
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/perf/Watch.h"
 
 namespace lumo::perf {
@@ -100,7 +101,7 @@ struct ProcessCost {
 
 }  // namespace
 
-int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumo::tools::PluginLoader* plugin) {
+int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
     PerfOptions options = given;
     options.portA = lumo::tools::freeLoopbackPort();
     JoinWatch joins(options.runtimeProperties);
@@ -164,8 +165,8 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     return 0;
 }
 
-int runThroughputSubscriber(const PerfOptions& options, const lumo::tools::PluginLoader* plugin) {
-    auto dabo = orlo::dabo::krin::detail::KrinDabo::create(options.runtimeProperties);
+int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
+    auto dabo = lumotypes::host::createRuntime(options.runtimeProperties);
     // Shared with the thread below, which may outlive this function: the
     // publisher closes this process's stdin only after it has the report.
     auto stopper = std::make_shared<Stopper>();

@@ -7,11 +7,11 @@
 #include <mutex>
 #include <string>
 
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Factories.h"
 #include "tools/perf/PerfOptions.h"
 
-namespace lumo::tools {
-class PluginLoader;
+namespace lumotypes::host {
+class Plugin;
 }
 
 namespace lumo::perf {
@@ -64,8 +64,8 @@ public:
 
 /// The sending and receiving ends of one implementation over one runtime.
 struct Endpoints {
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> dabo;
-    const lumo::tools::PluginLoader* plugin = nullptr;
+    lumotypes::host::Runtime dabo;
+    const lumotypes::host::Plugin* plugin = nullptr;
 };
 
 std::unique_ptr<Sender> makeSender(const PerfOptions& options, const Endpoints& endpoints, int port,

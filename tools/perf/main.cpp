@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "dabo/DaboException.h"
+#include "lumotypes/host/Plugin.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/StopSignal.h"
-#include "tools/loader/PluginLoader.h"
 #include "tools/perf/PerfOptions.h"
 #include "tools/perf/Runs.h"
 
@@ -57,9 +57,9 @@ int main(int argc, char* argv[]) {
             throw lumo::tools::UsageError(refusal.what());
         }
         // The raw pipeline loads nothing: no part of the plug-in is in that process.
-        std::unique_ptr<lumo::tools::PluginLoader> plugin;
+        std::unique_ptr<lumotypes::host::Plugin> plugin;
         if (options.impl == "plugin") {
-            plugin = std::make_unique<lumo::tools::PluginLoader>(options.plugin);
+            plugin = std::make_unique<lumotypes::host::Plugin>(options.plugin);
         }
         try {
             if (options.role == "sub") {

@@ -7,25 +7,28 @@
 #include <thread>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Payload.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Properties.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/Schema.h"
 #include "tools/common/StopSignal.h"
 #include "tools/common/ToolCommandLine.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/Topics.h"
 #include "tools/pub/Pacer.h"
 
 namespace {
 
 using namespace lumo::tools;
+using namespace lumotypes::host;
 
 /// Without a -p of its own, a publisher waits this long after registering, so
 /// that subscribers which are already trying to connect have joined before
 /// the first sample leaves.
 constexpr const char* defaultSlowJoinerDelayMs = "500";
-constexpr const char* slowJoinerDelayKey = "krin.ps.slowJoinerDelayMs";
+constexpr const char* slowJoinerDelayKey = properties::slowJoinerDelayMs;
 
 struct Options {
     std::string uri;
@@ -66,14 +69,14 @@ void define(ToolCommandLine& line, Options& options) {
 }
 
 template <typename T>
-void publishAll(const PluginLoader& plugin, const Options& options, const std::string& uri,
+void publishAll(const Plugin& plugin, const Options& options, const std::string& uri,
                 const std::string& payload, const Runtime& runtime) {
     StopSignal& stop = StopSignal::install();
     // The factory waits out the slow-joiner delay; a signal meanwhile leaves
     // it behind (runUntilStopped) and nothing has been published.
     std::cerr << "krin-pub: opening " << uri << "; subscribers have " << options.properties.at(slowJoinerDelayKey)
               << " ms (" << slowJoinerDelayKey << ") to join before the first sample" << std::endl;
-    auto publisher = makePublisher<T>(plugin, uri, options.properties, runtime);
+    auto publisher = plugin.publisher<T>(uri, options.properties, runtime);
     auto sample = publisher->createDataEntity();
     if (!fromBytes(*sample, payload)) {
         throw std::runtime_error("the plug-in's " + options.topic + " refused the value's bytes");
@@ -108,22 +111,18 @@ int run(const Options& options) {
         throw UsageError(refusal.what());
     }
 
-    PluginLoader plugin(options.plugin);
+    Plugin plugin(options.plugin);
     Schema schema(plugin);
-    const auto* type = schema.find(options.topic);
-    if (type == nullptr) {
-        throw PluginLoadError("the schema " + schema.fileName() + " has no message " + options.topic);
-    }
-    auto message = schema.newMessage(*type);
+    auto message = schema.newMessage(plugin.messageType(options.topic));
     std::string reason;
     if (!fromJson(options.value, *message, reason)) {
         throw UsageError("the value is not a " + options.topic + ": " + reason);
     }
     const std::string payload = message->SerializeAsString();
 
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());

@@ -11,23 +11,24 @@
 #include <string>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
-#include "dabo/krin/detail/KrinHelpers.h"
-#include "dabo/krin/detail/ps/topicTraits.h"
+#include "lumotypes/host/Payload.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Properties.h"
+#include "lumotypes/host/Runtime.h"
+#include "lumotypes/host/WireTap.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/Schema.h"
 #include "tools/common/StopSignal.h"
 #include "tools/common/ToolCommandLine.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/Topics.h"
 #include "tools/tap/OutputWriter.h"
 #include "tools/tap/RateMeter.h"
-#include "tools/tap/WireTap.h"
 
 namespace {
 
 using namespace lumo::tools;
+using namespace lumotypes::host;
 using Clock = std::chrono::steady_clock;
 
 /// The samples the tap holds for a slow output before it drops the oldest.
@@ -83,7 +84,7 @@ std::uint32_t typeHashOf(const std::string& topic) {
     std::uint32_t hash = 0;
     withTopic(topic, [&](auto tag) {
         using T = typename decltype(tag)::type;
-        hash = orlo::dabo::krin::detail::ps::TopicTraits<T>::dataEntityTypeHash;
+        hash = TopicTraits<T>::typeHash;
     });
     return hash;
 }
@@ -107,25 +108,33 @@ int run(const Options& options) {
         throw UsageError(refusal.what());
     }
     const bool decodeOtherTypes =
-        orlo::dabo::krin::detail::getDaboBoolProperty(options.properties, "krin.ps.disableTypeHashCheck", false);
+        properties::booleanValue(options.properties, properties::disableTypeHashCheck, false);
 
-    PluginLoader plugin(options.plugin);
+    Plugin plugin(options.plugin);
     Schema schema(plugin);
-    const auto* type = schema.find(options.topic);
-    if (type == nullptr) {
-        throw PluginLoadError("the schema " + schema.fileName() + " has no message " + options.topic);
-    }
-    auto message = schema.newMessage(*type);
+    auto message = schema.newMessage(plugin.messageType(options.topic));
     const std::uint32_t expectedType = typeHashOf(options.topic);
 
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());
     }
-    auto tap = WireTap::open(runtime, uri, static_cast<std::size_t>(options.queue));
+    // Told from the runtime's thread, at most once a second: the tool's own
+    // thread may be held by the reader that makes the queue overflow.
+    auto nextDropReport = std::make_shared<Clock::time_point>();
+    std::shared_ptr<WireTap> tap = WireTap::open(
+        runtime, uri, [](const std::string& reason) { std::cerr << "krin-tap: dropped a message: " << reason << std::endl; },
+        static_cast<std::size_t>(options.queue), [nextDropReport, queue = options.queue](unsigned long dropped) {
+            const auto now = Clock::now();
+            if (now >= *nextDropReport) {
+                std::cerr << "krin-tap: dropped " << dropped << " samples so far: the output is slower than the "
+                          << "topic (--queue " << queue << ")" << std::endl;
+                *nextDropReport = now + std::chrono::seconds(1);
+            }
+        });
     stop.onStop([tap] { tap->interrupt(); });
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
 
