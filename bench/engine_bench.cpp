@@ -16,13 +16,11 @@
 #include "AllocationCounter.h"
 #include "FillMessage.h"
 #include "Lumotypes.pb.h"
-#include "dabo/krin/detail/ps/createDataEntity.h"
 #include "dabo/ps/queue/QueuedSubscriberImpl.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 namespace {
 
-using orlo::dabo::krin::detail::ps::createDataEntityImpl;
 template <typename T, typename ST>
 using Engine = orlo::dabo::ps::queue::detail::QueuedSubscriberImpl<T, ST>;
 
@@ -35,7 +33,7 @@ std::string wireBytes(int arrayLength) {
 
 template <typename T, typename ST>
 std::unique_ptr<T> received(const std::string& bytes) {
-    std::unique_ptr<ST> entity = createDataEntityImpl<ST>();
+    auto entity = std::make_unique<ST>();
     entity->fromByteArray(bytes.data(), bytes.size());
     return std::unique_ptr<T>(entity.release());
 }

@@ -13,7 +13,6 @@
 #include <memory>
 #include <new>
 
-#include "dabo/krin/detail/ps/createDataEntity.h"
 #include "lumotypes/Lumotypes.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 #include "publisherTestSupport.h"
@@ -43,7 +42,7 @@ using namespace std::chrono_literals;
 using RefPosPublisher = lumo::test::InspectablePublisher<lumotypes::RefPos, lumotypes::krin::RefPosImpl>;
 
 std::shared_ptr<lumotypes::RefPos> sample() {
-    auto entity = orlo::dabo::krin::detail::ps::createDataEntityInternal<lumotypes::RefPos, lumotypes::krin::RefPosImpl>();
+    std::shared_ptr<lumotypes::RefPos> entity = std::make_shared<lumotypes::krin::RefPosImpl>();
     entity->setRefPosX(1);
     entity->setRefPosY(2);
     entity->setCentBoxWidth(3);

@@ -1,12 +1,13 @@
 # Installation and packaging: the plug-in with its symlink, the platform's
-# libraries, the public headers (plug-in interfaces, generated topic headers,
-# platform), the tools, a CMake package "lumotypes-krin" with namespaced
+# libraries, the host component, the public headers (plug-in interfaces,
+# generated topic headers and host headers, platform; never a `detail` or
+# `src` header), the tools, a CMake package "lumotypes-krin" with namespaced
 # imported targets, pkg-config files, and a Debian package through CPack.
 #
 #   cmake --install build --prefix /opt/lumo
 #   find_package(lumotypes-krin 0.9 REQUIRED)    # with CMAKE_PREFIX_PATH=/opt/lumo
-#   target_link_libraries(host PRIVATE lumotypes-krin::lumotypes lumotypes-krin::dabo-krin)
-#   $<TARGET_FILE:lumotypes-krin::plugin> is the plug-in to dlopen.
+#   target_link_libraries(myhost PRIVATE lumotypes-krin::host)
+#   $<TARGET_FILE:lumotypes-krin::plugin> is the plug-in the host component loads.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -17,7 +18,7 @@ set(LUMO_SHARE_DIR "${CMAKE_INSTALL_DATADIR}/${LUMO_PACKAGE}")
 set(LUMO_COMPAT_INCLUDE_DIR "${CMAKE_INSTALL_INCLUDEDIR}/${LUMO_PACKAGE}/compat")
 
 # --- Where installed binaries find their libraries: beside them, or in lib/ from bin/.
-set_target_properties(dabo dabo-common dabo-krin lumotypes-krin-plugin PROPERTIES INSTALL_RPATH "$ORIGIN")
+set_target_properties(dabo dabo-common dabo-krin lumotypes-host lumotypes-krin-plugin PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(lumo-demo krin-tap krin-pub PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 # --- Include directories of the installed targets.
@@ -32,7 +33,7 @@ target_link_libraries(lumotypes-headers INTERFACE dabo)
 target_compile_features(lumotypes-headers INTERFACE cxx_std_17)
 set_target_properties(lumotypes-headers PROPERTIES EXPORT_NAME lumotypes)
 
-set(lumo_exported_targets dabo dabo-common dabo-krin lumo_zmq lumotypes-headers)
+set(lumo_exported_targets dabo dabo-common dabo-krin lumo_zmq lumotypes-headers lumotypes-host)
 if(TARGET lumo_otel_api)
   get_target_property(lumo_otel_links lumo_otel_api INTERFACE_LINK_LIBRARIES)
   if(NOT lumo_otel_links)
@@ -76,18 +77,19 @@ install(FILES
   dabo/ps/Traceable.h
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/dabo/ps" COMPONENT dev)
 install(FILES dabo/utility/shared_vector.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/dabo/utility" COMPONENT dev)
-# The byte operations of the plug-in's entities, for hosts that move payloads themselves.
-install(FILES dabo/krin/detail/ps/KrinDataEntity.h
-        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/dabo/krin/detail/ps" COMPONENT dev)
-install(FILES lumotypes/src/LumotypesExport.h DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/lumotypes/src" COMPONENT dev)
-# Generated topic classes, enumerations and topic list; the binding classes
-# under krin/ are the plug-in's own.
+# The host component's headers; its generated topic traits (lumotypes/host/Topics.h)
+# go with the other generated headers below.
+install(DIRECTORY host/include/lumotypes/host/ "${PROJECT_BINARY_DIR}/host/include/lumotypes/host/"
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/lumotypes/host" COMPONENT dev FILES_MATCHING PATTERN "*.h")
+# Generated topic classes, enumerations, topic list, export macro and host
+# traits; the binding classes under krin/ are the plug-in's own.
 install(DIRECTORY "${PROJECT_BINARY_DIR}/lumotypes/generated/lumotypes/"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/lumotypes" COMPONENT dev
         FILES_MATCHING PATTERN "*.h" PATTERN "krin" EXCLUDE)
 foreach(platform_library libdabo libdabo-common libdabo-krin)
+  # The runtime's internals (detail/) stay inside; hosts reach the runtime through the host component.
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/${platform_library}/include/"
-          DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT dev FILES_MATCHING PATTERN "*.h")
+          DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT dev FILES_MATCHING PATTERN "*.h" PATTERN "detail" EXCLUDE)
 endforeach()
 install(FILES
   "${PROJECT_BINARY_DIR}/platform/libdabo-krin/generated/krin.pb.h"
@@ -110,10 +112,12 @@ file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/${LUMO_PACKAGE}-config.cmake" @ONLY
 # the Krin transport, its host platform and the topic headers.
 #
 # Imported targets:
+#   lumotypes-krin::host         the host component: loads the plug-in, typed factories, topic traits,
+#                                runtime set-up, payload bytes, property registry (links the rest)
 #   lumotypes-krin::lumotypes    topic classes, enumerations, publish/subscribe interfaces (headers)
 #   lumotypes-krin::dabo         middleware core: properties, QoS, exceptions
 #   lumotypes-krin::dabo-common  utilities: hashing, properties, clocks, identifiers, tracing
-#   lumotypes-krin::dabo-krin    the transport runtime KrinDabo and its helpers
+#   lumotypes-krin::dabo-krin    the transport runtime (created through lumotypes-krin::host)
 #   lumotypes-krin::plugin       the plug-in, a module to dlopen (never to link)
 # Variables:
 #   lumotypes-krin_PLUGIN        full path of the plug-in
@@ -169,10 +173,10 @@ includedir=${prefix}/@CMAKE_INSTALL_INCLUDEDIR@
 plugin=${libdir}/libdabo-krin-lumotypes.so.0.9
 
 Name: lumotypes-krin
-Description: Topic headers of lumotypes and the path of its Krin type-support plug-in (pkg-config --variable=plugin)
+Description: Topic headers and host component of lumotypes, and the path of its Krin type-support plug-in (pkg-config --variable=plugin)
 Version: @PROJECT_VERSION@
 Requires: dabo-krin
-Libs: -ldl
+Libs: -L${libdir} -llumotypes-host -ldl
 Cflags: -I${includedir}
 ]=])
 install(FILES "${PROJECT_BINARY_DIR}/pkgconfig/dabo-krin.pc" "${PROJECT_BINARY_DIR}/pkgconfig/lumotypes-krin.pc"

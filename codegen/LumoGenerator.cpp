@@ -248,7 +248,7 @@ bool assignTypeHashes(Package* package, std::string* error) {
     for (Topic& topic : package->topics) {
         const auto found = hashes.find(topic.name);
         if (found == hashes.end()) {
-            *error = package->protoName + ": topic " + topic.name + " has no type hash; add the line '" +
+            *error = "topic " + topic.name + " has no type hash; add the line '" +
                      topic.name + " 0xHHHHHHHH' with its published type hash to " + package->typeHashes;
             return false;
         }

@@ -25,12 +25,6 @@ namespace {
 using orlo::dabo::krin::detail::KrinDabo;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
-template <typename T>
-using PublisherFactory = orlo::dabo::ps::Publisher<T>* (*)(const std::string&,
-                                                            const std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>&,
-                                                            const orlo::dabo::Dabo::Properties&,
-                                                            const std::shared_ptr<KrinDabo>&);
-
 /// Counts the subscriptions that the runtime's bound endpoint sees, per topic frame.
 class Joins {
 public:
@@ -70,7 +64,7 @@ int main(int argc, char** argv) {
         std::cerr << "usage: e2ePublisher PLUGIN PORT SUBSCRIBERS_PER_TOPIC\n";
         return 2;
     }
-    const lumo::tools::PluginLoader plugin(argv[1]);
+    const lumotypes::host::Plugin plugin(argv[1]);
     const std::string port = argv[2];
     const int subscribersPerTopic = std::stoi(argv[3]);
 
@@ -87,10 +81,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> frames;
 #define LUMO_E2E_PUBLISHER(Name)                                                                                \
     {                                                                                                           \
-        auto factory = lumo::e2e::resolve<PublisherFactory<lumotypes::Name>>(                                  \
-            plugin, "generated_krin_Publisher_lumotypes_" #Name);                                              \
-        std::shared_ptr<orlo::dabo::ps::Publisher<lumotypes::Name>> publisher(                                  \
-            factory(topicUri(port, #Name), {}, {}, dabo));                                                      \
+        std::shared_ptr<orlo::dabo::ps::Publisher<lumotypes::Name>> publisher =                                \
+            plugin.publisher<lumotypes::Name>(topicUri(port, #Name), {}, dabo);                                                      \
         publishers.push_back(publisher);                                                                        \
         frames.push_back(orlo::dabo::krin::detail::createFrame0(                                                \
             static_cast<std::uint32_t>(orlo::dabo::util::topicNameHash("/e2e/" #Name))));                       \

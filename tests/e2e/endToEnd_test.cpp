@@ -20,11 +20,11 @@
 
 #include "E2eSamples.h"
 #include "FreePort.h"
-#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/ps/MrvSubscriber.h"
 #include "dabo/ps/Subscriber.h"
 #include "dabo/ps/qos/QoS.h"
+#include "lumotypes/host/Runtime.h"
 
 #ifndef LUMOTYPES_KRIN_PLUGIN_PATH
 #error "LUMOTYPES_KRIN_PLUGIN_PATH must name the plug-in to load"
@@ -36,20 +36,8 @@
 namespace {
 
 using namespace std::chrono_literals;
-using orlo::dabo::krin::detail::KrinDabo;
-using QoSList = std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>;
-
-template <typename T>
-using SubscriberFactory = orlo::dabo::ps::Subscriber<T>* (*)(const std::string&, const QoSList&,
-                                                              const orlo::dabo::Dabo::Properties&,
-                                                              const std::shared_ptr<KrinDabo>&);
-template <typename T>
-using MrvSubscriberFactory = orlo::dabo::ps::MrvSubscriber<T>* (*)(const std::string&, const QoSList&,
-                                                                    const orlo::dabo::Dabo::Properties&,
-                                                                    const std::shared_ptr<KrinDabo>&);
-
-const lumo::tools::PluginLoader& plugin() {
-    static const lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+const lumotypes::host::Plugin& plugin() {
+    static const lumotypes::host::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
     return loaded;
 }
 
@@ -152,22 +140,16 @@ std::vector<std::shared_ptr<T>> expectedSamples(const std::function<std::shared_
 
 template <typename T>
 std::unique_ptr<orlo::dabo::ps::Subscriber<T>> subscriberOf(const std::string& port,
-                                                            const std::shared_ptr<KrinDabo>& dabo) {
+                                                            const lumotypes::host::Runtime& dabo) {
     const std::string topic = lumo::e2e::TopicSamples<T>::name;
-    auto factory = lumo::e2e::resolve<SubscriberFactory<T>>(plugin(), "generated_krin_Subscriber_lumotypes_" + topic);
-    EXPECT_NE(factory, nullptr) << topic;
-    return std::unique_ptr<orlo::dabo::ps::Subscriber<T>>(
-        factory == nullptr ? nullptr : factory(topicUri(port, topic), {}, {}, dabo));
+    return plugin().subscriber<T>(topicUri(port, topic), {}, dabo);
 }
 
 template <typename T>
 std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>> mrvSubscriberOf(const std::string& port,
-                                                                  const std::shared_ptr<KrinDabo>& dabo) {
+                                                                  const lumotypes::host::Runtime& dabo) {
     const std::string topic = lumo::e2e::TopicSamples<T>::name;
-    auto factory = lumo::e2e::resolve<MrvSubscriberFactory<T>>(plugin(), "generated_krin_MrvSubscriber_lumotypes_" + topic);
-    EXPECT_NE(factory, nullptr) << topic;
-    return std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>>(
-        factory == nullptr ? nullptr : factory(topicUri(port, topic), {}, {}, dabo));
+    return plugin().mrvSubscriber<T>(topicUri(port, topic), {}, dabo);
 }
 
 /// Takes the topic's samples in arrival order and compares them with the expected ones.
@@ -205,11 +187,7 @@ void expectStored(orlo::dabo::ps::MrvSubscriber<T>& subscriber, const std::share
         stored = subscriber.readMostRecent(10ms);
     }
     ASSERT_EQ(stored.size(), static_cast<std::size_t>(lumo::e2e::samplesPerTopic));
-    const auto maker = [] {
-        const std::string name = std::string("generated_krin_DataEntity_lumotypes_") + lumo::e2e::TopicSamples<T>::name;
-        auto factory = lumo::e2e::resolve<void* (*)()>(plugin(), name);
-        return std::shared_ptr<T>(static_cast<T*>(factory()));
-    };
+    const auto maker = [] { return std::shared_ptr<T>(plugin().createDataEntity<T>()); };
     const auto expected = expectedSamples<T>(maker);
     std::vector<bool> matched(stored.size(), false);
     for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -226,10 +204,7 @@ void expectStored(orlo::dabo::ps::MrvSubscriber<T>& subscriber, const std::share
 template <typename T>
 void expectSamplesTellApart() {
     SCOPED_TRACE(lumo::e2e::TopicSamples<T>::name);
-    const std::string name = std::string("generated_krin_DataEntity_lumotypes_") + lumo::e2e::TopicSamples<T>::name;
-    auto factory = lumo::e2e::resolve<void* (*)()>(plugin(), name);
-    ASSERT_NE(factory, nullptr);
-    const auto samples = expectedSamples<T>([&] { return std::shared_ptr<T>(static_cast<T*>(factory())); });
+    const auto samples = expectedSamples<T>([] { return std::shared_ptr<T>(plugin().createDataEntity<T>()); });
     EXPECT_EQ(lumo::e2e::TopicSamples<T>::differences(*samples[0], *samples[0]), "");
     EXPECT_NE(lumo::e2e::TopicSamples<T>::differences(*samples[0], *samples[1]), "");
     EXPECT_NE(lumo::e2e::TopicSamples<T>::differences(*samples[1], *samples[2]), "");
@@ -245,7 +220,7 @@ TEST(EndToEndTest, ComparisonTellsTheSamplesOfEveryTopicApart) {
 TEST(EndToEndTest, QueuedSubscribersReceiveEveryTopicFromAnotherProcessFieldByFieldInOrder) {
     ASSERT_NO_THROW(plugin());
     const std::string port = std::to_string(lumo::test::freePort());
-    auto dabo = KrinDabo::create({});
+    auto dabo = lumotypes::host::createRuntime({});
 #define LUMO_E2E_SUBSCRIBE(Name) auto subscriber##Name = subscriberOf<lumotypes::Name>(port, dabo);
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_E2E_SUBSCRIBE)
 #undef LUMO_E2E_SUBSCRIBE
@@ -263,7 +238,7 @@ TEST(EndToEndTest, QueuedSubscribersReceiveEveryTopicFromAnotherProcessFieldByFi
 TEST(EndToEndTest, MostRecentValueSubscribersStoreEveryTopicFromAnotherProcessFieldByField) {
     ASSERT_NO_THROW(plugin());
     const std::string port = std::to_string(lumo::test::freePort());
-    auto dabo = KrinDabo::create({});
+    auto dabo = lumotypes::host::createRuntime({});
 #define LUMO_E2E_SUBSCRIBE(Name) auto subscriber##Name = mrvSubscriberOf<lumotypes::Name>(port, dabo);
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_E2E_SUBSCRIBE)
 #undef LUMO_E2E_SUBSCRIBE

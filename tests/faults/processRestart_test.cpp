@@ -13,15 +13,16 @@
 #include "ChildProcess.h"
 #include "SequenceReader.h"
 #include "SoakTopic.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 namespace {
 
 using lumo::soak::Sample;
 using lumo::test::ChildProcess;
 
-lumo::tools::PluginLoader& plugin() {
-    static lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+lumotypes::host::Plugin& plugin() {
+    static lumotypes::host::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
     return loaded;
 }
 
@@ -29,7 +30,8 @@ class ProcessRestartTest : public ::testing::Test {
 protected:
     std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>> subscriberAt(const std::string& port) {
         auto factory =
-            plugin().factory<std::remove_pointer_t<lumo::soak::SubscriberFactory>>("Subscriber", lumo::soak::topic);
+            plugin().factory<lumotypes::host::SubscriberFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::subscriberFactory);
         return std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>>(
             factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));
     }
@@ -50,7 +52,7 @@ protected:
         return process;
     }
 
-    lumo::soak::Runtime dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+    lumo::soak::Runtime dabo = lumotypes::host::createRuntime({});
 };
 
 TEST_F(ProcessRestartTest, KilledSubscriberProcessLeavesThePublisherAndOtherSubscribersWorkingAndItsSuccessorReceives) {

@@ -23,9 +23,10 @@
 #include "../support/FreePort.h"
 #include "SoakTopic.h"
 #include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace {
 
@@ -34,8 +35,8 @@ using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::KrinDabo;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
-lumo::tools::PluginLoader& plugin() {
-    static lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+lumotypes::host::Plugin& plugin() {
+    static lumotypes::host::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
     return loaded;
 }
 
@@ -44,18 +45,20 @@ std::string uriAt(int port, const char* path) {
 }
 
 orlo::dabo::ps::Publisher<Sample>* newPublisher(const std::string& uri, const lumo::soak::Runtime& dabo) {
-    return plugin().factory<std::remove_pointer_t<lumo::soak::PublisherFactory>>("Publisher", lumo::soak::topic)(
+    return plugin().factory<lumotypes::host::PublisherFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::publisherFactory)(
         uri, {}, {}, dabo);
 }
 
 orlo::dabo::ps::Subscriber<Sample>* newSubscriber(const std::string& uri, const lumo::soak::Runtime& dabo) {
-    return plugin().factory<std::remove_pointer_t<lumo::soak::SubscriberFactory>>("Subscriber", lumo::soak::topic)(
+    return plugin().factory<lumotypes::host::SubscriberFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::subscriberFactory)(
         uri, {}, {}, dabo);
 }
 
 orlo::dabo::ps::MrvSubscriber<Sample>* newMrvSubscriber(const std::string& uri, const lumo::soak::Runtime& dabo) {
-    return plugin().factory<std::remove_pointer_t<lumo::soak::MrvSubscriberFactory>>("MrvSubscriber",
-                                                                                      lumo::soak::topic)(
+    return plugin().factory<lumotypes::host::MrvSubscriberFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::mrvSubscriberFactory)(
         uri, {}, {}, dabo);
 }
 

@@ -28,12 +28,21 @@ expect_file("${lib}/libdabo-krin-lumotypes.so")
 if(NOT IS_SYMLINK "${lib}/libdabo-krin-lumotypes.so")
   message(FATAL_ERROR "libdabo-krin-lumotypes.so is not a symlink to the versioned plug-in")
 endif()
-foreach(platform_library dabo dabo-common dabo-krin)
+foreach(platform_library dabo dabo-common dabo-krin lumotypes-host)
   expect_file("${lib}/lib${platform_library}.so")
 endforeach()
-foreach(header lumotypes/Lumotypes.h lumotypes/FieldStablizationTopicIn.h dabo/ps/Publisher.h
-               dabo/ps/Subscriber.h dabo/utility/shared_vector.h dabo/krin/detail/KrinDabo.h krin.pb.h)
+foreach(header lumotypes/Lumotypes.h lumotypes/FieldStablizationTopicIn.h lumotypes/Export.h dabo/ps/Publisher.h
+               dabo/ps/Subscriber.h dabo/utility/shared_vector.h lumotypes/host/Plugin.h lumotypes/host/Topics.h
+               lumotypes/host/Factories.h lumotypes/host/Export.h krin.pb.h)
   expect_file("${prefix}/include/${header}")
+endforeach()
+# Implementation headers stay in the source tree: hosts see neither the
+# runtime's nor the plug-in's internals.
+file(GLOB_RECURSE installed_headers RELATIVE "${prefix}/include" "${prefix}/include/*")
+foreach(header IN LISTS installed_headers)
+  if(header MATCHES "(^|/)(detail|src)/")
+    message(FATAL_ERROR "the installation holds the implementation header include/${header}")
+  endif()
 endforeach()
 expect_file("${lib}/cmake/lumotypes-krin/lumotypes-krin-config.cmake")
 expect_file("${lib}/cmake/lumotypes-krin/lumotypes-krin-config-version.cmake")

@@ -1,56 +1,44 @@
 #pragma once
 
-// The plug-in as a host sees it in the security tests: loaded with dlopen,
-// every transport factory of every topic reachable by kind and topic name.
+// The plug-in as a host sees it in the security tests: loaded with dlopen
+// through the host component, every transport factory of every topic
+// reachable by topic type. The topic's name is the callers' label only.
 
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "dabo/Dabo.h"
-#include "dabo/krin/detail/KrinDabo.h"
-#include "dabo/ps/MrvSubscriber.h"
-#include "dabo/ps/Publisher.h"
-#include "dabo/ps/Subscriber.h"
-#include "dabo/ps/qos/QoS.h"
-#include "lumotypes/Lumotypes.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 namespace lumo::security {
 
-using QoSList = std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>;
-using Runtime = std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>;
+using lumotypes::host::QoSList;
+using lumotypes::host::Runtime;
 
-template <template <typename> class Kind, typename T>
-using Factory = Kind<T>*(const std::string&, const QoSList&, const orlo::dabo::Dabo::Properties&, const Runtime&);
-
-inline lumo::tools::PluginLoader& plugin() {
-    static lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+inline const lumotypes::host::Plugin& plugin() {
+    static const lumotypes::host::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
     return loaded;
 }
 
 template <typename T>
-std::unique_ptr<orlo::dabo::ps::Publisher<T>> publisherOf(const std::string& topic, const std::string& uri,
+std::unique_ptr<orlo::dabo::ps::Publisher<T>> publisherOf(const std::string&, const std::string& uri,
                                                           const orlo::dabo::Dabo::Properties& properties,
                                                           const Runtime& dabo) {
-    auto* factory = plugin().factory<Factory<orlo::dabo::ps::Publisher, T>>("Publisher", topic);
-    return std::unique_ptr<orlo::dabo::ps::Publisher<T>>(factory(uri, {}, properties, dabo));
+    return plugin().publisher<T>(uri, properties, dabo);
 }
 
 template <typename T>
-std::unique_ptr<orlo::dabo::ps::Subscriber<T>> subscriberOf(const std::string& topic, const std::string& uri,
+std::unique_ptr<orlo::dabo::ps::Subscriber<T>> subscriberOf(const std::string&, const std::string& uri,
                                                             const orlo::dabo::Dabo::Properties& properties,
                                                             const Runtime& dabo) {
-    auto* factory = plugin().factory<Factory<orlo::dabo::ps::Subscriber, T>>("Subscriber", topic);
-    return std::unique_ptr<orlo::dabo::ps::Subscriber<T>>(factory(uri, {}, properties, dabo));
+    return plugin().subscriber<T>(uri, properties, dabo);
 }
 
 template <typename T>
-std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>> mrvSubscriberOf(const std::string& topic, const std::string& uri,
+std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>> mrvSubscriberOf(const std::string&, const std::string& uri,
                                                                   const orlo::dabo::Dabo::Properties& properties,
                                                                   const Runtime& dabo) {
-    auto* factory = plugin().factory<Factory<orlo::dabo::ps::MrvSubscriber, T>>("MrvSubscriber", topic);
-    return std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>>(factory(uri, {}, properties, dabo));
+    return plugin().mrvSubscriber<T>(uri, properties, dabo);
 }
 
 }  // namespace lumo::security

@@ -16,20 +16,16 @@
 #include <thread>
 #include <vector>
 
-#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/ps/Subscriber.h"
 #include "dabo/ps/qos/QoS.h"
 #include "lumotypes/Lumotypes.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 namespace {
 
 using Sample = lumotypes::Dummy;
-using orlo::dabo::krin::detail::KrinDabo;
-using SubscriberFactory = orlo::dabo::ps::Subscriber<Sample>*(
-    const std::string&, const std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>&,
-    const orlo::dabo::Dabo::Properties&, const std::shared_ptr<KrinDabo>&);
 
 }  // namespace
 
@@ -38,12 +34,11 @@ int main(int argc, char** argv) {
         std::cerr << "usage: curveSubscriber PLUGIN URI SERVER_PUBLIC_KEY PUBLIC_KEY SECRET_KEY\n";
         return 2;
     }
-    const lumo::tools::PluginLoader plugin(argv[1]);
-    auto dabo = KrinDabo::create({{"krin.runtime.curve.serverPublicKey", argv[3]},
-                                  {"krin.runtime.curve.publicKey", argv[4]},
-                                  {"krin.runtime.curve.secretKey", argv[5]}});
-    std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>> subscriber(
-        plugin.factory<SubscriberFactory>("Subscriber", "Dummy")(argv[2], {}, {}, dabo));
+    const lumotypes::host::Plugin plugin(argv[1]);
+    auto dabo = lumotypes::host::createRuntime({{"krin.runtime.curve.serverPublicKey", argv[3]},
+                                                 {"krin.runtime.curve.publicKey", argv[4]},
+                                                 {"krin.runtime.curve.secretKey", argv[5]}});
+    std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>> subscriber = plugin.subscriber<Sample>(argv[2], {}, dabo);
     std::cout << "registered" << std::endl;
 
     std::atomic<unsigned long> samples{0};

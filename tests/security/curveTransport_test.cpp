@@ -19,6 +19,7 @@
 #include "ChildProcess.h"
 #include "FreePort.h"
 #include "HostFactories.h"
+#include "dabo/krin/detail/KrinDabo.h"
 #include "CapturingAppender.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"

@@ -4,6 +4,7 @@
 // and the runtime that was given goes on serving.
 
 #include <gtest/gtest.h>
+#include <zmq.h>
 
 #include <string>
 #include <vector>
@@ -15,7 +16,6 @@ namespace {
 
 using lumo::security::Runtime;
 using orlo::dabo::DaboException;
-using orlo::dabo::krin::detail::KrinDabo;
 
 struct BadUri {
     std::string uri;
@@ -88,7 +88,7 @@ void expectEveryFactoryRefusesBadProperties(const std::string& topic, const Runt
 }
 
 TEST(FactoryInputTest, EveryFactoryOfEveryTopicRefusesMalformedUrisWithTheReasonAndTheRuntimeGoesOn) {
-    const Runtime dabo = KrinDabo::create({});
+    const Runtime dabo = lumotypes::host::createRuntime({});
 #define LUMO_BAD_URIS(Name) expectEveryFactoryRefusesBadUris<lumotypes::Name>(#Name, dabo);
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_BAD_URIS)
 #undef LUMO_BAD_URIS
@@ -101,7 +101,7 @@ TEST(FactoryInputTest, EveryFactoryOfEveryTopicRefusesMalformedUrisWithTheReason
 }
 
 TEST(FactoryInputTest, EveryFactoryOfEveryTopicRefusesPropertyValuesOfTheWrongKind) {
-    const Runtime dabo = KrinDabo::create({});
+    const Runtime dabo = lumotypes::host::createRuntime({});
     int port = 28800;
 #define LUMO_BAD_PROPERTIES(Name) expectEveryFactoryRefusesBadProperties<lumotypes::Name>(#Name, dabo, port++);
     LUMOTYPES_FOR_EACH_TOPIC(LUMO_BAD_PROPERTIES)
@@ -109,23 +109,23 @@ TEST(FactoryInputTest, EveryFactoryOfEveryTopicRefusesPropertyValuesOfTheWrongKi
 }
 
 TEST(FactoryInputTest, RuntimeRefusesPropertyValuesOfTheWrongKindWithoutRepeatingSecrets) {
-    EXPECT_EQ(refusal([] { KrinDabo::create({{"krin.runtime.highWaterMark", "lots"}}); }),
+    EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.highWaterMark", "lots"}}); }),
               "Property krin.runtime.highWaterMark has value 'lots', which is not an integer");
-    EXPECT_EQ(refusal([] { KrinDabo::create({{"krin.runtime.highWaterMark", "-1"}}); }),
+    EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.highWaterMark", "-1"}}); }),
               "Property krin.runtime.highWaterMark has value '-1', which is not a message count");
-    EXPECT_EQ(refusal([] { KrinDabo::create({{"krin.runtime.maxMessageSize", "0"}}); }),
+    EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.maxMessageSize", "0"}}); }),
               "Property krin.runtime.maxMessageSize has value '0', which is not a message size (bytes above 0, or -1 "
               "for no limit)");
-    EXPECT_EQ(refusal([] { KrinDabo::create({{"krin.runtime.maxMessageSize", "big"}}); }),
+    EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.maxMessageSize", "big"}}); }),
               "Property krin.runtime.maxMessageSize has value 'big', which is not an integer");
     const std::string secret = "not-a-key-but-secret";
-    const std::string text = refusal([&] { KrinDabo::create({{"krin.runtime.curve.serverSecretKey", secret}}); });
+    const std::string text = refusal([&] { lumotypes::host::createRuntime({{"krin.runtime.curve.serverSecretKey", secret}}); });
     EXPECT_EQ(text,
               "Property krin.runtime.curve.serverSecretKey is not a CURVE key: expected 40 characters of Z85 text");
     EXPECT_EQ(text.find(secret), std::string::npos);
     // Forty characters, but not Z85 ('"' is outside its alphabet).
     EXPECT_EQ(refusal([] {
-                  KrinDabo::create({{"krin.runtime.curve.serverPublicKey", std::string(40, '"')}});
+                  lumotypes::host::createRuntime({{"krin.runtime.curve.serverPublicKey", std::string(40, '"')}});
               }),
               "Property krin.runtime.curve.serverPublicKey is not a CURVE key: expected 40 characters of Z85 text");
 }
@@ -134,10 +134,10 @@ TEST(FactoryInputTest, RuntimeRefusesAClientKeyPairThatIsIncompleteOrHasNoServer
     char publicKey[41];
     char secretKey[41];
     ASSERT_EQ(zmq_curve_keypair(publicKey, secretKey), 0);
-    EXPECT_EQ(refusal([&] { KrinDabo::create({{"krin.runtime.curve.publicKey", publicKey}}); }),
+    EXPECT_EQ(refusal([&] { lumotypes::host::createRuntime({{"krin.runtime.curve.publicKey", publicKey}}); }),
               "Properties krin.runtime.curve.publicKey and krin.runtime.curve.secretKey must be given together");
     EXPECT_EQ(refusal([&] {
-                  KrinDabo::create(
+                  lumotypes::host::createRuntime(
                       {{"krin.runtime.curve.publicKey", publicKey}, {"krin.runtime.curve.secretKey", secretKey}});
               }),
               "Property krin.runtime.curve.publicKey needs krin.runtime.curve.serverPublicKey, the key of the "
@@ -153,7 +153,7 @@ TEST(FactoryInputTest, RuntimeRefusesAnAuthorizedKeyListWithAnEntryThatIsNotAKey
     ASSERT_EQ(zmq_curve_keypair(clientPublic, clientSecret), 0);
     const auto withList = [&](const std::string& list) {
         return refusal([&] {
-            KrinDabo::create(
+            lumotypes::host::createRuntime(
                 {{"krin.runtime.curve.serverSecretKey", serverSecret}, {"krin.runtime.curve.authorizedKeys", list}});
         });
     };
@@ -183,7 +183,7 @@ TEST(FactoryInputTest, RuntimeRefusesAnAuthorizedKeyListWithoutKeys) {
     ASSERT_EQ(zmq_curve_keypair(serverPublic, serverSecret), 0);
     for (const std::string list : {"", " ", ", ,\n"}) {
         EXPECT_EQ(refusal([&] {
-                      KrinDabo::create({{"krin.runtime.curve.serverSecretKey", serverSecret},
+                      lumotypes::host::createRuntime({{"krin.runtime.curve.serverSecretKey", serverSecret},
                                         {"krin.runtime.curve.authorizedKeys", list}});
                   }),
                   "Property krin.runtime.curve.authorizedKeys lists no CURVE key")
@@ -195,14 +195,14 @@ TEST(FactoryInputTest, RuntimeRefusesAnAuthorizedKeyListWithoutAServerSecretKey)
     char clientPublic[41];
     char clientSecret[41];
     ASSERT_EQ(zmq_curve_keypair(clientPublic, clientSecret), 0);
-    EXPECT_EQ(refusal([&] { KrinDabo::create({{"krin.runtime.curve.authorizedKeys", clientPublic}}); }),
+    EXPECT_EQ(refusal([&] { lumotypes::host::createRuntime({{"krin.runtime.curve.authorizedKeys", clientPublic}}); }),
               "Property krin.runtime.curve.authorizedKeys requires krin.runtime.curve.serverSecretKey");
     // A subscribing runtime's keys are no server key.
     char serverPublic[41];
     char serverSecret[41];
     ASSERT_EQ(zmq_curve_keypair(serverPublic, serverSecret), 0);
     EXPECT_EQ(refusal([&] {
-                  KrinDabo::create({{"krin.runtime.curve.serverPublicKey", serverPublic},
+                  lumotypes::host::createRuntime({{"krin.runtime.curve.serverPublicKey", serverPublic},
                                     {"krin.runtime.curve.authorizedKeys", clientPublic}});
               }),
               "Property krin.runtime.curve.authorizedKeys requires krin.runtime.curve.serverSecretKey");
@@ -221,7 +221,7 @@ TEST(FactoryInputTest, RuntimeAcceptsAuthorizedKeysSeparatedByCommasAndWhiteSpac
     ASSERT_EQ(zmq_curve_keypair(third, secret), 0);
     const std::string list = std::string("\t") + first + "," + second + " ,\n " + third + ",";
     EXPECT_EQ(refusal([&] {
-                  KrinDabo::create(
+                  lumotypes::host::createRuntime(
                       {{"krin.runtime.curve.serverSecretKey", serverSecret}, {"krin.runtime.curve.authorizedKeys", list}});
               }),
               "");

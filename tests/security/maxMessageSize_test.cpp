@@ -22,6 +22,7 @@
 
 #include "FreePort.h"
 #include "HostFactories.h"
+#include "dabo/krin/detail/KrinDabo.h"
 #include "CapturingAppender.h"
 #include "WirePeer.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"

@@ -1,7 +1,6 @@
 #pragma once
 
-// What the soak and fault processes share: the topic, its URIs and the
-// plug-in's factory signatures. Samples are HokuTopicIn, numbered by
+// What the soak and fault processes share: the topic and its URIs. Samples are HokuTopicIn, numbered by
 // sample_id; every `mrvEvery`-th sample goes to the most-recent-value topic too.
 
 #include <cstdint>
@@ -10,27 +9,19 @@
 #include <vector>
 
 #include "dabo/Dabo.h"
-#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/MrvSubscriber.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/Subscriber.h"
 #include "dabo/ps/qos/QoS.h"
 #include "lumotypes/Lumotypes.h"
+#include "lumotypes/host/Factories.h"
 
 namespace lumo::soak {
 
 using Sample = lumotypes::HokuTopicIn;
-using QoSList = std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>;
-using Runtime = std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>;
-using PublisherFactory = orlo::dabo::ps::Publisher<Sample>* (*)(const std::string&, const QoSList&,
-                                                                const orlo::dabo::Dabo::Properties&, const Runtime&);
-using SubscriberFactory = orlo::dabo::ps::Subscriber<Sample>* (*)(const std::string&, const QoSList&,
-                                                                  const orlo::dabo::Dabo::Properties&, const Runtime&);
-using MrvSubscriberFactory = orlo::dabo::ps::MrvSubscriber<Sample>* (*)(const std::string&, const QoSList&,
-                                                                        const orlo::dabo::Dabo::Properties&,
-                                                                        const Runtime&);
+using lumotypes::host::QoSList;
+using lumotypes::host::Runtime;
 
-constexpr const char* topic = "HokuTopicIn";
 constexpr const char* streamPath = "/soak/stream";
 constexpr const char* mrvPath = "/soak/mostRecent";
 constexpr std::uint32_t mrvEvery = 1000;

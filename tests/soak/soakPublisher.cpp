@@ -25,9 +25,10 @@
 #include <thread>
 
 #include "SoakTopic.h"
+#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace {
 
@@ -107,7 +108,7 @@ int main(int argc, char** argv) {
         std::cerr << "usage: soakPublisher PLUGIN PORT SUBSCRIBERS FIRST_ID [MRV_SUBSCRIBERS]\n";
         return 2;
     }
-    const lumo::tools::PluginLoader plugin(argv[1]);
+    const lumotypes::host::Plugin plugin(argv[1]);
     const std::string port = argv[2];
     const int subscribers = std::stoi(argv[3]);
     const auto firstId = static_cast<std::uint32_t>(std::stoul(argv[4]));
@@ -121,7 +122,8 @@ int main(int argc, char** argv) {
     // Five seconds of a 20000-per-second stream fit into the endpoint's
     // queue, so that a busy machine's scheduling pauses do not drop samples.
     auto dabo = KrinDabo::create({{"krin.runtime.highWaterMark", "100000"}}, hooks);
-    auto factory = plugin.factory<std::remove_pointer_t<lumo::soak::PublisherFactory>>("Publisher", lumo::soak::topic);
+    auto factory = plugin.factory<lumotypes::host::PublisherFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::publisherFactory);
     std::shared_ptr<orlo::dabo::ps::Publisher<lumo::soak::Sample>> stream(
         factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));
     std::shared_ptr<orlo::dabo::ps::Publisher<lumo::soak::Sample>> mostRecent(

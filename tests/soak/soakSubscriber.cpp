@@ -17,18 +17,20 @@
 
 #include "SequenceReader.h"
 #include "SoakTopic.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 int main(int argc, char** argv) {
     if (argc != 3) {
         std::cerr << "usage: soakSubscriber PLUGIN PORT\n";
         return 2;
     }
-    const lumo::tools::PluginLoader plugin(argv[1]);
+    const lumotypes::host::Plugin plugin(argv[1]);
     const std::string port = argv[2];
-    auto dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+    auto dabo = lumotypes::host::createRuntime({});
     auto factory =
-        plugin.factory<std::remove_pointer_t<lumo::soak::SubscriberFactory>>("Subscriber", lumo::soak::topic);
+        plugin.factory<lumotypes::host::SubscriberFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::subscriberFactory);
     std::unique_ptr<orlo::dabo::ps::Subscriber<lumo::soak::Sample>> subscriber(
         factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));
     std::cout << "registered" << std::endl;

@@ -19,7 +19,8 @@
 #include "ChildProcess.h"
 #include "SequenceReader.h"
 #include "SoakTopic.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 namespace {
 
@@ -47,21 +48,22 @@ Published parsePublished(const std::string& line) {
 
 class SoakTest : public ::testing::Test {
 protected:
-    lumo::tools::PluginLoader& plugin() {
-        static lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+    lumotypes::host::Plugin& plugin() {
+        static lumotypes::host::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
         return loaded;
     }
 
     std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>> queuedSubscriber() {
         auto factory =
-            plugin().factory<std::remove_pointer_t<lumo::soak::SubscriberFactory>>("Subscriber", lumo::soak::topic);
+            plugin().factory<lumotypes::host::SubscriberFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::subscriberFactory);
         return std::unique_ptr<orlo::dabo::ps::Subscriber<Sample>>(
             factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));
     }
 
     std::unique_ptr<orlo::dabo::ps::MrvSubscriber<Sample>> mostRecentSubscriber() {
-        auto factory = plugin().factory<std::remove_pointer_t<lumo::soak::MrvSubscriberFactory>>(
-            "MrvSubscriber", lumo::soak::topic);
+        auto factory = plugin().factory<lumotypes::host::MrvSubscriberFactory<lumo::soak::Sample>>(
+            lumotypes::host::TopicTraits<lumo::soak::Sample>::mrvSubscriberFactory);
         return std::unique_ptr<orlo::dabo::ps::MrvSubscriber<Sample>>(
             factory(lumo::soak::uriOf(port, lumo::soak::mrvPath), {}, {}, dabo));
     }
@@ -84,7 +86,7 @@ TEST_F(SoakTest, SubscriberThatKeepsUpReceivesEverySampleOnceInOrderWithStableMe
     // Keeping up is a matter of the average rate: the subscription socket
     // holds five seconds of the stream at 20000 samples per second, so that a
     // busy machine's scheduling pauses do not count as falling behind.
-    dabo = orlo::dabo::krin::detail::KrinDabo::create({{"krin.runtime.highWaterMark", "100000"}});
+    dabo = lumotypes::host::createRuntime({{"krin.runtime.highWaterMark", "100000"}});
     auto subscriber = queuedSubscriber();
     auto mostRecent = mostRecentSubscriber();
     lumo::soak::SequenceReader reader(*subscriber);
@@ -155,7 +157,7 @@ TEST_F(SoakTest, SubscriberThatKeepsUpReceivesEverySampleOnceInOrderWithStableMe
 TEST_F(SoakTest, SubscriberThatCannotKeepUpCountsAndReportsItsLosses) {
     port = "28742";
     // The default high-water mark: a stalled subscriber overflows it quickly.
-    dabo = orlo::dabo::krin::detail::KrinDabo::create({});
+    dabo = lumotypes::host::createRuntime({});
     auto subscriber = queuedSubscriber();
     // A notifier that holds the runtime's thread until the burst is out: the
     // subscription socket fills and the publishing side drops what no longer fits.

@@ -1,13 +1,9 @@
 #pragma once
 
-#include "tools/loader/PluginLoader.h"
-
 // Deterministic samples of every topic, made the same way in the publishing
 // helper and in the subscribing test, and a field-by-field comparison. Every
 // field gets a value of its own; sample i of a topic has arrays of length
 // 0, 1 or 1000 and CentError sequences of length 0, 1 or 5.
-
-#include <dlfcn.h>
 
 #include <cstdint>
 #include <functional>
@@ -18,26 +14,17 @@
 
 #include "dabo/utility/shared_vector.h"
 #include "lumotypes/Lumotypes.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace lumo::e2e {
 
 constexpr int samplesPerTopic = 3;
 
-/// A symbol of the loaded plug-in as a function pointer of type `F`.
-template <typename F>
-F resolve(const lumo::tools::PluginLoader& plugin, const std::string& name) {
-    return reinterpret_cast<F>(plugin.symbol(name));
-}
-
 using CentErrorMaker = std::function<std::shared_ptr<lumotypes::CentError>()>;
 
 /// Makes CentError entities with the plug-in's exported data entity factory.
-inline CentErrorMaker centErrorMaker(const lumo::tools::PluginLoader& plugin) {
-    auto factory = resolve<void* (*)()>(plugin, "generated_krin_DataEntity_lumotypes_CentError");
-    return [factory] {
-        // The topic part of an exported entity lies at the object's address.
-        return std::shared_ptr<lumotypes::CentError>(static_cast<lumotypes::CentError*>(factory()));
-    };
+inline CentErrorMaker centErrorMaker(const lumotypes::host::Plugin& plugin) {
+    return [&plugin] { return std::shared_ptr<lumotypes::CentError>(plugin.createDataEntity<lumotypes::CentError>()); };
 }
 
 /// The values of one sample, field after field.

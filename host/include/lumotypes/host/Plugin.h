@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 #include "lumotypes/host/Export.h"
 #include "lumotypes/host/Factories.h"
@@ -50,8 +51,7 @@ public:
     std::unique_ptr<orlo::dabo::ps::Publisher<T>> publisher(const std::string& uri,
                                                             const orlo::dabo::Dabo::Properties& properties,
                                                             const Runtime& runtime, const QoSList& qos = {}) const {
-        auto* make = factory<PublisherFactory<T>>(TopicTraits<T>::publisherFactory);
-        return std::unique_ptr<orlo::dabo::ps::Publisher<T>>(make(uri, qos, properties, runtime));
+        return create<PublisherFactory<T>>(TopicTraits<T>::publisherFactory, uri, properties, runtime, qos);
     }
 
     /// A new queued subscriber of topic `T` on `uri`.
@@ -59,8 +59,7 @@ public:
     std::unique_ptr<orlo::dabo::ps::Subscriber<T>> subscriber(const std::string& uri,
                                                               const orlo::dabo::Dabo::Properties& properties,
                                                               const Runtime& runtime, const QoSList& qos = {}) const {
-        auto* make = factory<SubscriberFactory<T>>(TopicTraits<T>::subscriberFactory);
-        return std::unique_ptr<orlo::dabo::ps::Subscriber<T>>(make(uri, qos, properties, runtime));
+        return create<SubscriberFactory<T>>(TopicTraits<T>::subscriberFactory, uri, properties, runtime, qos);
     }
 
     /// A new most-recent-value subscriber of topic `T` on `uri`.
@@ -69,8 +68,7 @@ public:
                                                                     const orlo::dabo::Dabo::Properties& properties,
                                                                     const Runtime& runtime,
                                                                     const QoSList& qos = {}) const {
-        auto* make = factory<MrvSubscriberFactory<T>>(TopicTraits<T>::mrvSubscriberFactory);
-        return std::unique_ptr<orlo::dabo::ps::MrvSubscriber<T>>(make(uri, qos, properties, runtime));
+        return create<MrvSubscriberFactory<T>>(TopicTraits<T>::mrvSubscriberFactory, uri, properties, runtime, qos);
     }
 
     /// A new, empty entity of topic `T`, made by the plug-in's binding.
@@ -95,6 +93,15 @@ public:
     const google::protobuf::Descriptor& messageType(const std::string& topic) const;
 
 private:
+    /// Calls the transport factory `name` of type `F` and owns what it returns.
+    template <typename F>
+    auto create(const char* name, const std::string& uri, const orlo::dabo::Dabo::Properties& properties,
+                const Runtime& runtime, const QoSList& qos) const {
+        using Made = std::remove_pointer_t<std::invoke_result_t<F*, const std::string&, const QoSList&,
+                                                                const orlo::dabo::Dabo::Properties&, const Runtime&>>;
+        return std::unique_ptr<Made>(factory<F>(name)(uri, qos, properties, runtime));
+    }
+
     void* symbol(const std::string& name) const;
 
     std::string libraryPath;
