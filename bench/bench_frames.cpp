@@ -19,7 +19,6 @@
 #include <arpa/inet.h>
 #include <chrono>
 #include <cstdint>
-#include <random>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -34,6 +33,7 @@
 #include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
+#include "tools/common/FreePort.h"
 
 namespace {
 
@@ -49,29 +49,7 @@ std::string topicFrame() {
     return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash("/bench")));
 }
 
-unsigned int freePort() {
-    // Below the kernel's ephemeral range: a socket that connects to a port in
-    // that range before anything listens there can be handed that very port
-    // as its own source and occupy it.
-    static std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<unsigned int> candidates(20000, 32000);
-    for (int attempt = 0; attempt < 1000; ++attempt) {
-        const unsigned int port = candidates(random);
-        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        const int reuse = 1;
-        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        const bool free = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-        ::close(fd);
-        if (free) {
-            return port;
-        }
-    }
-    throw std::runtime_error("no free port");
-}
+unsigned int freePort() { return static_cast<unsigned int>(lumo::tools::freeLoopbackPort()); }
 
 void sendSamples(zmq::socket_t& socket, unsigned long samples) {
     const std::string frame = topicFrame();

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config ccache
+  build-essential cmake pkg-config ccache libcli11-dev
   protobuf-compiler libprotobuf-dev libprotoc-dev
   libzmq3-dev cppzmq-dev
   liblog4cplus-dev
@@ -21,10 +21,10 @@ if ! command -v node >/dev/null 2>&1; then
 fi
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
-# measured against, the plotting tool and GNU time for the peer's CPU time.
-# CI's test command never asks for it.
+# measured against, the plotting library of scripts/perfReport.py and GNU time
+# for the peer's CPU time. CI's test command never asks for it.
 if [ "${1:-}" = "--perf" ]; then
-  packages+=(cyclonedds-tools gnuplot-nox time)
+  packages+=(cyclonedds-tools python3-matplotlib time)
 fi
 
 missing=()

@@ -21,8 +21,13 @@ using orlo::dabo::krin::detail::KrinDaboEvent;
 /// through a weak pointer, so it is never called once it is gone.
 class WireTap::Reader : public orlo::dabo::krin::detail::EventsHandler {
 public:
-    Reader(Runtime runtime, MalformedHandler onMalformed)
-        : runtime(std::move(runtime)), onMalformed(std::move(onMalformed)) {}
+    Reader(Runtime runtime, std::string topicFrame, MalformedHandler onMalformed, std::size_t capacity,
+           DropHandler onDrop)
+        : runtime(std::move(runtime)),
+          topicFrame(std::move(topicFrame)),
+          onMalformed(std::move(onMalformed)),
+          capacity(capacity),
+          onDrop(std::move(onDrop)) {}
 
     bool events(std::shared_ptr<zmq::socket_t>& eventSocket, KrinDaboEvent event) override {
         switch (event) {
@@ -53,7 +58,11 @@ public:
         using namespace orlo::dabo::krin::detail;
         WireSample sample;
         try {
-            readFrame(from);  // the topic frame; the socket's filter let only ours through
+            const std::string frame = readFrame(from);
+            if (frame != topicFrame) {
+                throw std::runtime_error("its topic frame " + orlo::dabo::util::hexStr(frame) +
+                                         " is not the topic's " + orlo::dabo::util::hexStr(topicFrame));
+            }
             requireMoreFrames(from);
             orlo::dabo::krin::rr::KrinHeader header;
             if (!header.ParseFromString(readFrame(from))) {
@@ -76,22 +85,35 @@ public:
             }
             return;
         }
+        unsigned long droppedNow = 0;
         {
             std::lock_guard<std::mutex> lock(mutex);
+            if (received.size() >= capacity) {
+                received.pop_front();
+                droppedNow = ++droppedCount;
+            }
             received.push_back(std::move(sample));
         }
         changed.notify_all();
+        if (droppedNow != 0 && onDrop) {
+            onDrop(droppedNow);
+        }
     }
 
     Runtime runtime;
+    const std::string topicFrame;
     MalformedHandler onMalformed;
+    const std::size_t capacity;
+    DropHandler onDrop;
     mutable std::mutex mutex;
     std::condition_variable changed;
     std::deque<WireSample> received;
     std::shared_ptr<zmq::socket_t> socket;
     bool registered = false;
     bool unregistered = false;
+    bool interrupted = false;
     unsigned long malformedCount = 0;
+    unsigned long droppedCount = 0;
 };
 
 WireTap::WireTap(std::shared_ptr<Reader> reader) : reader(std::move(reader)) {}
@@ -100,11 +122,13 @@ WireTap::~WireTap() {
     close();
 }
 
-std::unique_ptr<WireTap> WireTap::open(const Runtime& runtime, const std::string& uri, MalformedHandler onMalformed) {
+std::unique_ptr<WireTap> WireTap::open(const Runtime& runtime, const std::string& uri, MalformedHandler onMalformed,
+                                       std::size_t capacity, DropHandler onDrop) {
     const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, false, true);
     const std::string frame = orlo::dabo::krin::detail::createFrame0(
         static_cast<std::uint32_t>(orlo::dabo::util::topicNameHash(address.topic)));
-    auto reader = std::make_shared<Reader>(runtime, std::move(onMalformed));
+    auto reader = std::make_shared<Reader>(runtime, frame, std::move(onMalformed), capacity == 0 ? 1 : capacity,
+                                           std::move(onDrop));
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = reader;
     runtime->registerSubscriber(uri, frame, handler);
     std::unique_lock<std::mutex> lock(reader->mutex);
@@ -116,12 +140,26 @@ std::unique_ptr<WireTap> WireTap::open(const Runtime& runtime, const std::string
 
 bool WireTap::next(WireSample& sample, std::chrono::milliseconds limit) {
     std::unique_lock<std::mutex> lock(reader->mutex);
-    if (!reader->changed.wait_for(lock, limit, [&] { return !reader->received.empty(); })) {
+    if (!reader->changed.wait_for(lock, limit, [&] { return !reader->received.empty() || reader->interrupted; }) ||
+        reader->received.empty()) {
         return false;
     }
     sample = std::move(reader->received.front());
     reader->received.pop_front();
     return true;
+}
+
+void WireTap::interrupt() {
+    {
+        std::lock_guard<std::mutex> lock(reader->mutex);
+        reader->interrupted = true;
+    }
+    reader->changed.notify_all();
+}
+
+unsigned long WireTap::dropped() const {
+    std::lock_guard<std::mutex> lock(reader->mutex);
+    return reader->droppedCount;
 }
 
 unsigned long WireTap::malformed() const {
@@ -141,7 +179,9 @@ void WireTap::close() {
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = reader;
     reader->runtime->unregisterSubscriber(ours, handler);
     std::unique_lock<std::mutex> lock(reader->mutex);
-    reader->changed.wait_for(lock, std::chrono::seconds(5), [&] { return reader->unregistered; });
+    // Interrupted, the caller has only a moment left: the confirmation is not worth waiting for.
+    reader->changed.wait_for(lock, reader->interrupted ? std::chrono::milliseconds(20) : std::chrono::milliseconds(5000),
+                             [&] { return reader->unregistered; });
 }
 
 }  // namespace lumotypes::host

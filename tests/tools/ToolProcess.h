@@ -15,20 +15,31 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace lumo::test {
 
 class ToolProcess {
 public:
-    ToolProcess(const std::string& program, const std::vector<std::string>& arguments) {
+    /// Where the process's stdout goes: a file the test reads, or a pipe that
+    /// nobody reads, as a reader that stopped reading.
+    enum class Stdout { toFile, toUnreadPipe };
+
+    ToolProcess(const std::string& program, const std::vector<std::string>& arguments,
+                Stdout where = Stdout::toFile) {
         static int serial = 0;
         const std::string stem = "/tmp/lumo-tool-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
         outPath = stem + ".out";
         errPath = stem + ".err";
+        int unread[2] = {-1, -1};
+        if (where == Stdout::toUnreadPipe && ::pipe(unread) != 0) {
+            return;
+        }
         pid = ::fork();
         if (pid == 0) {
-            const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            const int out = where == Stdout::toUnreadPipe ? unread[1]
+                                                          : ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             ::dup2(out, STDOUT_FILENO);
             ::dup2(err, STDERR_FILENO);
@@ -41,6 +52,10 @@ public:
             ::execv(program.c_str(), argv.data());
             ::_exit(127);
         }
+        if (where == Stdout::toUnreadPipe) {
+            ::close(unread[1]);
+            pipeEnd = unread[0];
+        }
     }
 
     ToolProcess(const ToolProcess&) = delete;
@@ -50,6 +65,9 @@ public:
         if (pid > 0 && !finished) {
             ::kill(pid, SIGKILL);
             ::waitpid(pid, nullptr, 0);
+        }
+        if (pipeEnd >= 0) {
+            ::close(pipeEnd);
         }
         ::unlink(outPath.c_str());
         ::unlink(errPath.c_str());
@@ -88,10 +106,69 @@ public:
         return wait(limit);
     }
 
+    /// Sends `signal` and measures how long the process takes to end: the
+    /// exit status (-1 if it did not end within `limit`) and the time taken.
+    std::pair<int, std::chrono::milliseconds> signalAndTime(int signal, std::chrono::seconds limit) {
+        const auto sent = std::chrono::steady_clock::now();
+        ::kill(pid, signal);
+        const auto deadline = sent + limit;
+        while (std::chrono::steady_clock::now() < deadline) {
+            int status = 0;
+            if (::waitpid(pid, &status, WNOHANG) == pid) {
+                finished = true;
+                exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+                return {exitStatus, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                        std::chrono::steady_clock::now() - sent)};
+            }
+            // A fine poll of the child's state, so that the time measured is the child's.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return {wait(std::chrono::seconds(0)), std::chrono::duration_cast<std::chrono::milliseconds>(limit)};
+    }
+
+    /// Sends `signal` without waiting (SIGSTOP, SIGCONT).
+    void send(int signal) { ::kill(pid, signal); }
+
+    /// Waits until `condition(err())` holds; false if it does not within `limit`.
+    template <typename Condition>
+    bool awaitErr(Condition condition, std::chrono::seconds limit) {
+        return await([&] { return condition(err()); }, limit);
+    }
+
+    /// Waits until `condition(out())` holds; false if it does not within `limit`.
+    template <typename Condition>
+    bool awaitOut(Condition condition, std::chrono::seconds limit) {
+        return await([&] { return condition(out()); }, limit);
+    }
+
+    /// The resident memory of the running process in KiB, from /proc.
+    long residentKiB() const {
+        std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("VmRSS:", 0) == 0) {
+                return std::stol(line.substr(6));
+            }
+        }
+        return -1;
+    }
+
     std::string out() const { return read(outPath); }
     std::string err() const { return read(errPath); }
 
 private:
+    template <typename Condition>
+    bool await(Condition condition, std::chrono::seconds limit) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            // Polling the child's output; nothing is assumed about its timing.
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
     static std::string read(const std::string& path) {
         std::ifstream in(path);
         std::stringstream text;
@@ -100,6 +177,7 @@ private:
     }
 
     pid_t pid = -1;
+    int pipeEnd = -1;
     bool finished = false;
     int exitStatus = -1;
     std::string outPath;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "dabo/Dabo.h"
 
@@ -25,27 +25,14 @@ enum ExitCode : int {
     exitSetup = 3,
 };
 
-/// `key=value` of a `-p` option, added to `properties`; a text without `=` or
-/// with an empty key is refused.
-void addProperty(orlo::dabo::Dabo::Properties& properties, const std::string& text);
-
-/// The value of option `name` at `argv[index + 1]`, advancing `index`; refused
-/// if the command line ends first.
-std::string optionValue(int argc, char** argv, int& index, const std::string& name);
-
-/// `text` as a positive number, for option `name`; refused otherwise.
-double positiveNumber(const std::string& text, const std::string& name);
-
-/// `text` as a non-negative whole number, for option `name`; refused otherwise.
-unsigned long wholeNumber(const std::string& text, const std::string& name);
-
-}  // namespace lumo::tools
-
-namespace lumo::tools {
-
 /// Checks the values of the properties that the runtime and the plug-in read,
 /// with their own refusals (a `DaboException` naming the key and the value),
 /// and warns on stderr of keys that neither reads.
 void checkProperties(const orlo::dabo::Dabo::Properties& properties, const std::string& tool);
+
+/// Runs a tool's `work` until it returns or a signal stops it (see
+/// `runUntilStopped`) and turns what it throws into an exit code and a line
+/// on stderr: a `UsageError` into 2, anything else into 3.
+int runTool(const std::string& tool, const std::function<int()>& work);
 
 }  // namespace lumo::tools

@@ -1,5 +1,6 @@
 #include "tools/common/Schema.h"
 
+#include <google/protobuf/struct.pb.h>
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
@@ -7,6 +8,78 @@
 #include <sstream>
 
 namespace lumo::tools {
+
+namespace {
+
+/// The first enumeration field of `type` in `value` (the JSON as the message
+/// library reads any JSON) whose value is neither a name nor a number of its
+/// enumeration, described with the names it takes; empty if there is none.
+/// The library's own refusal of such a value does not name the field.
+std::string enumerationRefusal(const google::protobuf::Descriptor& type, const google::protobuf::Value& value,
+                               const std::string& path) {
+    if (!value.has_struct_value()) {
+        return "";
+    }
+    for (const auto& entry : value.struct_value().fields()) {
+        const auto* field = type.FindFieldByName(entry.first);
+        if (field == nullptr) {
+            field = type.FindFieldByCamelcaseName(entry.first);
+        }
+        if (field == nullptr) {
+            continue;
+        }
+        const std::string fieldPath = path.empty() ? field->name() : path + "." + field->name();
+        std::vector<const google::protobuf::Value*> values;
+        if (entry.second.has_list_value()) {
+            for (const auto& element : entry.second.list_value().values()) {
+                values.push_back(&element);
+            }
+        } else {
+            values.push_back(&entry.second);
+        }
+        for (const auto* one : values) {
+            if (field->type() == google::protobuf::FieldDescriptor::TYPE_MESSAGE) {
+                const std::string inner = enumerationRefusal(*field->message_type(), *one, fieldPath);
+                if (!inner.empty()) {
+                    return inner;
+                }
+                continue;
+            }
+            if (field->type() != google::protobuf::FieldDescriptor::TYPE_ENUM) {
+                continue;
+            }
+            const auto* enumeration = field->enum_type();
+            std::string written;
+            if (one->has_string_value()) {
+                if (enumeration->FindValueByName(one->string_value()) != nullptr) {
+                    continue;
+                }
+                written = "'" + one->string_value() + "'";
+            } else if (one->has_number_value()) {
+                const double number = one->number_value();
+                if (number == static_cast<int>(number) &&
+                    enumeration->FindValueByNumber(static_cast<int>(number)) != nullptr) {
+                    continue;
+                }
+                std::ostringstream text;
+                text << number;
+                written = text.str();
+            } else {
+                continue;
+            }
+            std::string names;
+            for (int i = 0; i < enumeration->value_count(); ++i) {
+                names += (i == 0 ? "" : ", ") + enumeration->value(i)->name() + " (" +
+                         std::to_string(enumeration->value(i)->number()) + ")";
+            }
+            return "field " + fieldPath + ": " + written + " is not a value of " + enumeration->name() +
+                   ", which takes " + names;
+        }
+    }
+    return "";
+}
+
+}  // namespace
 
 Schema::Schema(const lumotypes::host::Plugin& plugin) : file(&plugin.schema()) {}
 
@@ -46,8 +119,17 @@ std::string toText(const google::protobuf::Message& message) {
 
 bool fromJson(const std::string& json, google::protobuf::Message& message, std::string& reason) {
     message.Clear();
+    // The library also logs its refusal; the caller says it better, naming the field.
+    google::protobuf::LogSilencer quiet;
     const auto status = google::protobuf::util::JsonStringToMessage(json, &message);
     if (!status.ok()) {
+        google::protobuf::Value any;
+        if (google::protobuf::util::JsonStringToMessage(json, &any).ok()) {
+            reason = enumerationRefusal(*message.GetDescriptor(), any, "");
+            if (!reason.empty()) {
+                return false;
+            }
+        }
         reason = std::string(status.message());
         // The library heads its text with the path of the field, empty at the top level.
         if (reason.rfind(": ", 0) == 0) {

@@ -11,4 +11,10 @@ namespace lumo::tools {
 /// refuse, with the runtime's text; `bindSide` as for the runtime's check.
 std::string topicUri(const std::string& uri, const std::string& topic, bool bindSide);
 
+/// `topicUri` for a tool's arguments, each refusal a `UsageError` naming the
+/// bad one: a topic the package lacks, a URI the runtime refuses, or a host
+/// that does not resolve to an address. The runtime would take such a host
+/// and then wait in silence for a peer that can never be reached.
+std::string checkedTopicUri(const std::string& uri, const std::string& topic, bool bindSide);
+
 }  // namespace lumo::tools

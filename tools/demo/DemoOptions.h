@@ -1,9 +1,9 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 
 #include "dabo/Dabo.h"
+#include "tools/common/ToolCommandLine.h"
 
 namespace lumo::demo {
 
@@ -20,7 +20,6 @@ struct DemoOptions {
     std::string logConfig;
     orlo::dabo::Dabo::Properties properties;
     bool quiet = false;
-    bool help = false;
     /// The loop runs authenticated and encrypted: a server key pair for the
     /// publishing side and a client key pair, the only one admitted, are
     /// made for the run and set as the runtime's CURVE properties.
@@ -30,9 +29,11 @@ struct DemoOptions {
     bool scope = false;
 };
 
-/// Parses the command line; throws `lumo::tools::UsageError` for a bad one.
-DemoOptions parseDemoOptions(int argc, char** argv);
+/// The demo's options and help on `line`, parsed into `options`.
+void defineDemoOptions(lumo::tools::ToolCommandLine& line, DemoOptions& options);
 
-void printDemoUsage(std::ostream& out);
+/// What follows from the options once parsed: with --curve, the key pairs of
+/// the run. Throws `lumo::tools::UsageError` for options that do not go together.
+void completeDemoOptions(DemoOptions& options);
 
 }  // namespace lumo::demo

@@ -40,6 +40,12 @@ ScopeProcess::ScopeProcess(const std::vector<std::string>& arguments) {
     argv.push_back(nullptr);
     pid = ::fork();
     if (pid == 0) {
+        // The demo takes its signals on a thread of its own with the signals
+        // blocked everywhere else; the scope is a program of its own and
+        // starts with none blocked.
+        sigset_t none;
+        sigemptyset(&none);
+        ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
         ::dup2(output[1], STDOUT_FILENO);
         ::close(output[0]);
         ::close(output[1]);
@@ -77,16 +83,6 @@ void ScopeProcess::stop() {
     ::kill(pid, SIGINT);
     ::waitpid(pid, nullptr, 0);
     pid = -1;
-}
-
-void waitForInterrupt() {
-    sigset_t interrupts;
-    sigemptyset(&interrupts);
-    sigaddset(&interrupts, SIGINT);
-    sigaddset(&interrupts, SIGTERM);
-    ::pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
-    int signal = 0;
-    ::sigwait(&interrupts, &signal);
 }
 
 }  // namespace lumo::demo

@@ -30,7 +30,5 @@ private:
     std::string url;
 };
 
-/// Blocks until the user interrupts (SIGINT or SIGTERM).
-void waitForInterrupt();
 
 }  // namespace lumo::demo

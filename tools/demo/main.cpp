@@ -17,6 +17,7 @@
 #include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/FreePort.h"
+#include "tools/common/StopSignal.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/demo/DemoOptions.h"
 #include "tools/demo/Report.h"
@@ -139,7 +140,8 @@ int runDemo(const demo::DemoOptions& options) {
               << "Transport: " << transportOf(options) << "\n";
     if (scope) {
         std::cout << "lumo-demo: the scope serves " << scope->address() << " until Ctrl-C" << std::endl;
-        demo::waitForInterrupt();
+        while (!tools::StopSignal::install().waitUntil(std::chrono::steady_clock::now() + std::chrono::hours(1))) {
+        }
         scope->stop();
     }
     return passed ? tools::exitOk : tools::exitFailed;
@@ -148,33 +150,25 @@ int runDemo(const demo::DemoOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    tools::StopSignal::install();
     demo::DemoOptions options;
-    try {
-        options = demo::parseDemoOptions(argc, argv);
-    } catch (const tools::UsageError& error) {
-        std::cerr << "lumo-demo: " << error.what() << "\n(lumo-demo --help explains the options)" << std::endl;
-        return tools::exitUsage;
+    tools::ToolCommandLine line("lumo-demo", "");
+    demo::defineDemoOptions(line, options);
+    if (const auto ended = line.parse(argc, argv)) {
+        return *ended;
     }
-    if (options.help) {
-        demo::printDemoUsage(std::cout);
-        return tools::exitOk;
-    }
-    const std::string logConfig = options.logConfig.empty() ? shippedLogConfig() : options.logConfig;
-    if (!options.logConfig.empty() && !std::ifstream(options.logConfig).good()) {
-        std::cerr << "lumo-demo: cannot read the log configuration " << options.logConfig << std::endl;
-        return tools::exitUsage;
-    }
-    tools::configureToolLogging(logConfig);
-    try {
-        tools::checkProperties(options.properties, "lumo-demo");
-    } catch (const orlo::dabo::DaboException& refusal) {
-        std::cerr << "lumo-demo: " << refusal.what() << std::endl;
-        return tools::exitUsage;
-    }
-    try {
+    return tools::runTool("lumo-demo", [&] {
+        demo::completeDemoOptions(options);
+        const std::string logConfig = options.logConfig.empty() ? shippedLogConfig() : options.logConfig;
+        if (!options.logConfig.empty() && !std::ifstream(options.logConfig).good()) {
+            throw tools::UsageError("cannot read the log configuration " + options.logConfig);
+        }
+        tools::configureToolLogging(logConfig);
+        try {
+            tools::checkProperties(options.properties, "lumo-demo");
+        } catch (const orlo::dabo::DaboException& refusal) {
+            throw tools::UsageError(refusal.what());
+        }
         return runDemo(options);
-    } catch (const std::exception& error) {
-        std::cerr << "lumo-demo: " << error.what() << std::endl;
-        return tools::exitSetup;
-    }
+    });
 }

@@ -9,7 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "tools/common/FreePort.h"
 #include "tools/perf/PeerProcess.h"
+#include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
 #include "tools/perf/Watch.h"
@@ -61,8 +63,8 @@ double percentile(const std::vector<double>& sorted, double fraction) {
 
 int runPing(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
     PerfOptions options = given;
-    options.portA = freeLoopbackPort();
-    options.portB = freeLoopbackPort();
+    options.portA = lumo::tools::freeLoopbackPort();
+    options.portB = lumo::tools::freeLoopbackPort();
     JoinWatch joins(options.runtimeProperties);
     const Endpoints endpoints{joins.runtime(), plugin};
     Mailbox mailbox;
@@ -112,12 +114,21 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
         }
     }
     std::sort(halves.begin(), halves.end());
-    std::printf(
-        "RESULT test=latency impl=%s read=%s size=%zu wire_bytes=%zu round_trips=%zu timed_out=%ld "
-        "median_us=%.1f p90_us=%.1f p99_us=%.1f max_us=%.1f\n",
-        options.impl.c_str(), options.impl == "raw" ? "events" : options.readMode.c_str(), options.size,
-        wireSizeOf(options.size), halves.size(), timedOut, percentile(halves, 0.5), percentile(halves, 0.9),
-        percentile(halves, 0.99), halves.back());
+    const std::string read = options.impl == "raw" ? "events" : options.readMode;
+    std::cout << Result()
+                     .text("test", "latency")
+                     .text("impl", options.impl)
+                     .text("read", read)
+                     .number("size", static_cast<double>(options.size), 0)
+                     .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
+                     .number("round_trips", static_cast<double>(halves.size()), 0)
+                     .number("timed_out", static_cast<double>(timedOut), 0)
+                     .number("median_us", percentile(halves, 0.5), 1)
+                     .number("p90_us", percentile(halves, 0.9), 1)
+                     .number("p99_us", percentile(halves, 0.99), 1)
+                     .number("max_us", halves.back(), 1)
+                     .line(options.json)
+              << std::endl;
     return 0;
 }
 

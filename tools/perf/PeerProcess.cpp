@@ -1,15 +1,11 @@
 #include "tools/perf/PeerProcess.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <random>
 #include <stdexcept>
 
 namespace lumo::perf {
@@ -94,25 +90,6 @@ int PeerProcess::finish() {
         output = -1;
     }
     return status;
-}
-
-int freeLoopbackPort() {
-    static std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<int> candidates(20000, 32000);
-    for (int attempt = 0; attempt < 1000; ++attempt) {
-        const int port = candidates(random);
-        const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        const bool free = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-        ::close(fd);
-        if (free) {
-            return port;
-        }
-    }
-    throw std::runtime_error("no free loopback port");
 }
 
 }  // namespace lumo::perf

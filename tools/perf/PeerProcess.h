@@ -33,8 +33,4 @@ private:
     std::string buffered;
 };
 
-/// A TCP port on 127.0.0.1 that nothing is bound to now, below the kernel's
-/// ephemeral range, so that a connecting socket cannot be handed it as its source.
-int freeLoopbackPort();
-
 }  // namespace lumo::perf

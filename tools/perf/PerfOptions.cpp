@@ -1,76 +1,76 @@
 #include "tools/perf/PerfOptions.h"
 
-#include <ostream>
-#include <stdexcept>
+#include "tools/common/CommandLine.h"
 
 namespace lumo::perf {
 
-namespace {
+void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options) {
+    using lumo::tools::numberIn;
+    using lumo::tools::wholeNumberIn;
+    auto& app = line.app();
+    app.description(
+        "Two processes on TCP loopback. throughput: this process publishes HokuTopicIn samples as fast as it can "
+        "(or at --rate), a subscriber process counts what arrives (samples/s, MB/s, samples lost, told by gaps in "
+        "sample_id) and what each sample cost both processes. latency: this process pings, a pong process sends "
+        "every sample back; reported are round-trip halves. Prints one line: RESULT key=value ..., or with "
+        "--json one JSON object.");
+    app.require_subcommand(1);
+    app.footer(lumo::tools::exitStatusText("the run failed (no peer, nothing received)"));
+    line.addPlugin(options.plugin);
+    // Options given after the subcommand are looked up here too.
+    app.fallthrough();
+    line.addProperties(options.runtimeProperties, "-p krin.runtime.highWaterMark=10000 (the runtimes of both "
+                                                  "processes)");
+    app.add_option("--impl", options.impl,
+                   "plugin: through the plug-in; raw: three frames of the same sizes through the runtime alone")
+        ->type_name("plugin|raw")
+        ->check(CLI::IsMember({"plugin", "raw"}));
+    app.add_option("--read", options.readMode, "how the receiving side takes samples")
+        ->type_name("read|poll|listener|notifier")
+        ->check(CLI::IsMember({"read", "poll", "listener", "notifier"}));
+    app.add_option("--size", options.size, "float array bytes per sample, a multiple of 4")
+        ->type_name("BYTES")
+        ->check(wholeNumberIn(4, 1024 * 1024, "bytes"));
+    app.add_flag("--json", options.json, "print the result as one JSON object");
+    app.add_option("--role", options.role)->group("");
+    // Set by the driving process on its peer's command line only.
+    app.add_option_function<std::string>("--ports", [&options](const std::string& ports) {
+           const auto comma = ports.find(',');
+           if (comma == std::string::npos) {
+               throw CLI::ValidationError("--ports", "needs A,B");
+           }
+           options.portA = std::stoi(ports.substr(0, comma));
+           options.portB = std::stoi(ports.substr(comma + 1));
+       })->group("");
 
-const std::string& valueAfter(const std::vector<std::string>& arguments, std::size_t& i) {
-    if (i + 1 >= arguments.size()) {
-        throw std::invalid_argument(arguments[i] + " needs a value");
-    }
-    return arguments[++i];
+    auto* throughput = app.add_subcommand("throughput", "samples per second, losses and cost per sample");
+    throughput->add_option("--seconds", options.seconds, "measured time")
+        ->type_name("S")
+        ->check(numberIn(0.01, 3600, "seconds"));
+    throughput->add_option("--warmup", options.warmupSeconds, "time not counted after the first sample")
+        ->type_name("S")
+        ->check(numberIn(0, 3600, "seconds"));
+    throughput->add_option("--rate", options.rate, "samples per second the publisher offers; 0: as fast as it can")
+        ->type_name("N")
+        ->check(numberIn(0, 1e7, "samples per second"));
+    throughput->callback([&options] { options.test = "throughput"; });
+
+    auto* latency = app.add_subcommand("latency", "round-trip halves: median, 90th and 99th percentile, maximum");
+    latency->add_option("--round-trips", options.roundTrips, "measured round trips, after warm-up round trips")
+        ->type_name("N")
+        ->check(wholeNumberIn(1, 100000000, "round trips"));
+    latency->add_option("--latency-out", options.latencyOut, "every round-trip half in microseconds, one a line")
+        ->type_name("FILE");
+    latency->add_option("--seconds", options.seconds)->group("");
+    latency->add_option("--warmup", options.warmupSeconds)->group("");
+    latency->callback([&options] { options.test = "latency"; });
 }
 
-void require(bool condition, const std::string& message) {
-    if (!condition) {
-        throw std::invalid_argument(message);
+void checkPerfOptions(const PerfOptions& options) {
+    if (options.size % 4 != 0) {
+        throw lumo::tools::UsageError("--size " + std::to_string(options.size) +
+                                      " is not a multiple of 4 (the array holds floats)");
     }
-}
-
-}  // namespace
-
-PerfOptions parseOptions(const std::vector<std::string>& arguments) {
-    PerfOptions options;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& option = arguments[i];
-        if (option == "throughput" || option == "latency") {
-            options.test = option;
-        } else if (option == "--impl") {
-            options.impl = valueAfter(arguments, i);
-        } else if (option == "--read") {
-            options.readMode = valueAfter(arguments, i);
-        } else if (option == "--size") {
-            options.size = std::stoul(valueAfter(arguments, i));
-        } else if (option == "--seconds") {
-            options.seconds = std::stod(valueAfter(arguments, i));
-        } else if (option == "--warmup") {
-            options.warmupSeconds = std::stod(valueAfter(arguments, i));
-        } else if (option == "--rate") {
-            options.rate = std::stod(valueAfter(arguments, i));
-        } else if (option == "--round-trips") {
-            options.roundTrips = std::stol(valueAfter(arguments, i));
-        } else if (option == "--latency-out") {
-            options.latencyOut = valueAfter(arguments, i);
-        } else if (option == "--plugin") {
-            options.plugin = valueAfter(arguments, i);
-        } else if (option == "-p") {
-            const std::string& property = valueAfter(arguments, i);
-            const auto equals = property.find('=');
-            require(equals != std::string::npos && equals > 0, "-p needs KEY=VALUE");
-            options.runtimeProperties[property.substr(0, equals)] = property.substr(equals + 1);
-        } else if (option == "--role") {
-            options.role = valueAfter(arguments, i);
-        } else if (option == "--ports") {
-            const std::string& ports = valueAfter(arguments, i);
-            const auto comma = ports.find(',');
-            require(comma != std::string::npos, "--ports needs A,B");
-            options.portA = std::stoi(ports.substr(0, comma));
-            options.portB = std::stoi(ports.substr(comma + 1));
-        } else {
-            throw std::invalid_argument("unexpected argument " + option);
-        }
-    }
-    require(options.impl == "plugin" || options.impl == "raw", "--impl is plugin or raw");
-    require(options.readMode == "read" || options.readMode == "poll" || options.readMode == "listener" ||
-                options.readMode == "notifier",
-            "--read is read, poll, listener or notifier");
-    require(options.size % 4 == 0 && options.size <= 1024 * 1024, "--size is a multiple of 4, at most 1 MiB");
-    require(options.seconds > 0 && options.roundTrips > 0, "--seconds and --round-trips must be positive");
-    require(options.rate >= 0, "--rate must not be negative");
-    return options;
 }
 
 std::vector<std::string> peerArguments(const PerfOptions& options, const std::string& role) {
@@ -96,31 +96,6 @@ std::vector<std::string> peerArguments(const PerfOptions& options, const std::st
         arguments.push_back(property.first + "=" + property.second);
     }
     return arguments;
-}
-
-void printUsage(std::ostream& out) {
-    out << "Usage: krin-perf throughput|latency [options]\n"
-           "\n"
-           "Two processes on TCP loopback. throughput: this process publishes HokuTopicIn\n"
-           "samples as fast as it can, a subscriber process counts what arrives (samples/s,\n"
-           "MB/s, samples lost, told by gaps in sample_id). latency: this process pings, a\n"
-           "pong process sends every sample back; reported are round-trip halves.\n"
-           "\n"
-           "  --impl plugin|raw   through the plug-in (default), or three frames of the same\n"
-           "                      sizes through the runtime without the plug-in\n"
-           "  --read MODE         read | poll | listener (default) | notifier\n"
-           "  --size BYTES        float array bytes per sample, 64 .. 65536 (default 1024)\n"
-           "  --seconds S         measured time of a throughput run (default 3)\n"
-           "  --warmup S          time not counted after the first sample (default 0.5)\n"
-           "  --rate N            samples per second the publisher offers (default 0: as\n"
-           "                      fast as it can)\n"
-           "  --round-trips N     measured round trips of a latency run (default 5000)\n"
-           "  --latency-out FILE  every round-trip half in microseconds, one a line\n"
-           "  --plugin PATH       the plug-in to load\n"
-           "  -p KEY=VALUE        a property of the runtimes of both processes, e.g.\n"
-           "                      -p krin.runtime.highWaterMark=10000\n"
-           "\n"
-           "Prints one line: RESULT key=value ...\n";
 }
 
 }  // namespace lumo::perf

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/ToolCommandLine.h"
+
 namespace lumo::perf {
 
 /// What one krin-perf process does. The driving process runs the publisher
@@ -29,10 +31,12 @@ struct PerfOptions {
     long roundTrips = 5000;
     /// Where a latency run writes every round-trip half in microseconds, one a line.
     std::string latencyOut;
-    /// The plug-in to load.
+    /// The plug-in to load; its default is set by definePerfOptions.
     std::string plugin;
     /// Properties of the runtimes of both processes (-p KEY=VALUE).
     std::map<std::string, std::string> runtimeProperties;
+    /// The result as one JSON object instead of a RESULT line.
+    bool json = false;
 
     // Set on a peer process only.
     std::string role;
@@ -40,12 +44,14 @@ struct PerfOptions {
     int portB = 0;
 };
 
-/// Parses argv; throws std::invalid_argument with a line for the user.
-PerfOptions parseOptions(const std::vector<std::string>& arguments);
+/// The subcommands `throughput` and `latency` and their options on `line`,
+/// parsed into `options`; `test` is set by the subcommand given.
+void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options);
+
+/// What the option checks alone cannot tell; throws `lumo::tools::UsageError`.
+void checkPerfOptions(const PerfOptions& options);
 
 /// The command line that starts the peer of `options` in `role`.
 std::vector<std::string> peerArguments(const PerfOptions& options, const std::string& role);
-
-void printUsage(std::ostream& out);
 
 }  // namespace lumo::perf

@@ -8,7 +8,9 @@
 #include <string>
 #include <thread>
 
+#include "tools/common/FreePort.h"
 #include "tools/perf/PeerProcess.h"
+#include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
 #include "lumotypes/host/Runtime.h"
@@ -101,7 +103,7 @@ struct ProcessCost {
 
 int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
     PerfOptions options = given;
-    options.portA = freeLoopbackPort();
+    options.portA = lumo::tools::freeLoopbackPort();
     JoinWatch joins(options.runtimeProperties);
     const Endpoints endpoints{joins.runtime(), plugin};
     auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
@@ -142,32 +144,45 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     const double perSent = id == 0 ? 0.0 : 1.0 / static_cast<double>(id);
     const double samplesPerSecond = static_cast<double>(received) * 1e9 / static_cast<double>(nanos);
     const double megabytesPerSecond = samplesPerSecond * static_cast<double>(options.size) / 1e6;
-    std::printf(
-        "RESULT test=throughput impl=%s read=%s size=%zu wire_bytes=%zu samples_per_s=%.0f mb_per_s=%.2f "
-        "received=%lu lost=%lu loss_pct=%.2f sent=%u cpu_us_per_sample=%.3f switches_per_sample=%.4f\n",
-        options.impl.c_str(), options.impl == "raw" ? "events" : options.readMode.c_str(), options.size,
-        wireSizeOf(options.size), samplesPerSecond, megabytesPerSecond, received, lost,
-        received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost), id,
-        cost.cpuSeconds * 1e6 * perSent, static_cast<double>(cost.contextSwitches) * perSent);
+    const double lossPercent =
+        received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost);
+    std::cout << Result()
+                     .text("test", "throughput")
+                     .text("impl", options.impl)
+                     .text("read", options.impl == "raw" ? "events" : options.readMode)
+                     .number("size", static_cast<double>(options.size), 0)
+                     .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
+                     .number("samples_per_s", samplesPerSecond, 0)
+                     .number("mb_per_s", megabytesPerSecond, 2)
+                     .number("received", static_cast<double>(received), 0)
+                     .number("lost", static_cast<double>(lost), 0)
+                     .number("loss_pct", lossPercent, 2)
+                     .number("sent", static_cast<double>(id), 0)
+                     .number("cpu_us_per_sample", cost.cpuSeconds * 1e6 * perSent, 3)
+                     .number("switches_per_sample", static_cast<double>(cost.contextSwitches) * perSent, 4)
+                     .line(options.json)
+              << std::endl;
     return 0;
 }
 
 int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
     auto dabo = lumotypes::host::createRuntime(options.runtimeProperties);
-    Stopper stopper;
-    Tally tally(options.warmupSeconds, options.seconds, stopper);
+    // Shared with the thread below, which may outlive this function: the
+    // publisher closes this process's stdin only after it has the report.
+    auto stopper = std::make_shared<Stopper>();
+    Tally tally(options.warmupSeconds, options.seconds, *stopper);
     // The publisher closes this process's stdin when it gives up or is done.
-    std::thread publisherGone([&stopper] {
+    std::thread publisherGone([stopper] {
         std::string ignored;
         while (std::getline(std::cin, ignored)) {
         }
-        stopper.stop();
+        stopper->stop();
     });
     publisherGone.detach();
     {
         auto receiver = makeReceiver(options, Endpoints{dabo, plugin}, options.portA, throughputTopic,
                                      [&tally](std::uint32_t id) { tally.take(id); });
-        receiver->run(stopper);
+        receiver->run(*stopper);
     }
     std::cout << tally.report() << std::endl;
     return 0;

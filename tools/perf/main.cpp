@@ -1,6 +1,6 @@
 // krin-perf: throughput and latency of the plug-in across two processes on
 // TCP loopback, and of the raw pipeline under it, in the manner of the
-// usual middleware performance tools. See PerfOptions.cpp for the usage.
+// usual middleware performance tools. `krin-perf --help` explains the options.
 #include <unistd.h>
 
 #include <log4cplus/consoleappender.h>
@@ -13,7 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "dabo/DaboException.h"
 #include "lumotypes/host/Plugin.h"
+#include "tools/common/CommandLine.h"
+#include "tools/common/StopSignal.h"
 #include "tools/perf/PerfOptions.h"
 #include "tools/perf/Runs.h"
 
@@ -31,10 +34,12 @@ std::string selfPath() {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.empty() || arguments.front() == "--help" || arguments.front() == "-h") {
-        lumo::perf::printUsage(arguments.empty() ? std::cerr : std::cout);
-        return arguments.empty() ? 2 : 0;
+    lumo::tools::StopSignal::install();
+    lumo::perf::PerfOptions options;
+    lumo::tools::ToolCommandLine line("krin-perf", "");
+    lumo::perf::definePerfOptions(line, options);
+    if (const auto ended = line.parse(argc, argv)) {
+        return *ended;
     }
     // Errors of the plug-in and the runtime reach stderr, never stdout, which
     // carries the results between the processes. Below ERROR nothing is built:
@@ -44,30 +49,34 @@ int main(int argc, char* argv[]) {
     log4cplus::SharedAppenderPtr toStderr(new log4cplus::ConsoleAppender(true));
     log4cplus::Logger::getRoot().addAppender(toStderr);
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
-    try {
-        lumo::perf::PerfOptions options = lumo::perf::parseOptions(arguments);
-        if (options.plugin.empty()) {
-            options.plugin = lumotypes::host::Plugin::defaultPath();
+    return lumo::tools::runTool("krin-perf", [&] {
+        lumo::perf::checkPerfOptions(options);
+        try {
+            lumo::tools::checkProperties(options.runtimeProperties, "krin-perf");
+        } catch (const orlo::dabo::DaboException& refusal) {
+            throw lumo::tools::UsageError(refusal.what());
         }
         // The raw pipeline loads nothing: no part of the plug-in is in that process.
         std::unique_ptr<lumotypes::host::Plugin> plugin;
         if (options.impl == "plugin") {
             plugin = std::make_unique<lumotypes::host::Plugin>(options.plugin);
         }
-        if (options.role == "sub") {
-            return lumo::perf::runThroughputSubscriber(options, plugin.get());
+        try {
+            if (options.role == "sub") {
+                return lumo::perf::runThroughputSubscriber(options, plugin.get());
+            }
+            if (options.role == "pong") {
+                return lumo::perf::runPong(options, plugin.get());
+            }
+            return options.test == "throughput"
+                       ? lumo::perf::runThroughputPublisher(options, selfPath(), plugin.get())
+                       : lumo::perf::runPing(options, selfPath(), plugin.get());
+        } catch (const orlo::dabo::DaboException& refusal) {
+            // A property value that only the runtime checks, such as its high-water mark.
+            throw lumo::tools::UsageError(refusal.what());
+        } catch (const std::exception& failure) {
+            std::cerr << "krin-perf: " << failure.what() << std::endl;
+            return static_cast<int>(lumo::tools::exitFailed);
         }
-        if (options.role == "pong") {
-            return lumo::perf::runPong(options, plugin.get());
-        }
-        return options.test == "throughput" ? lumo::perf::runThroughputPublisher(options, selfPath(), plugin.get())
-                                            : lumo::perf::runPing(options, selfPath(), plugin.get());
-    } catch (const std::invalid_argument& error) {
-        std::cerr << "krin-perf: " << error.what() << "\n";
-        lumo::perf::printUsage(std::cerr);
-        return 2;
-    } catch (const std::exception& error) {
-        std::cerr << "krin-perf: " << error.what() << "\n";
-        return 1;
-    }
+    });
 }

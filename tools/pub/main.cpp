@@ -1,9 +1,7 @@
 // krin-pub: publishes samples of a topic, given as JSON and checked against
 // the schema that the plug-in exports, through the plug-in's own publisher.
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -14,140 +12,100 @@
 #include "lumotypes/host/Properties.h"
 #include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
-#include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
+#include "tools/common/StopSignal.h"
+#include "tools/common/ToolCommandLine.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
+#include "tools/pub/Pacer.h"
 
 namespace {
 
 using namespace lumo::tools;
 using namespace lumotypes::host;
 
-std::atomic<bool> interrupted{false};
-
-void onSignal(int) { interrupted = true; }
-
 /// Without a -p of its own, a publisher waits this long after registering, so
 /// that subscribers which are already trying to connect have joined before
 /// the first sample leaves.
 constexpr const char* defaultSlowJoinerDelayMs = "500";
-
-void usage(std::ostream& out) {
-    out << "Usage: krin-pub [OPTIONS] URI TOPIC VALUE\n"
-           "\n"
-           "Publishes VALUE, a sample of TOPIC written as JSON, at URI through the\n"
-           "plug-in's publisher. VALUE is parsed against the schema that the plug-in\n"
-           "exports; every required field must be given, and a value that does not\n"
-           "fit is refused with the field and the reason.\n"
-           "\n"
-           "  URI    krin.ps://HOST:PORT/PATH (HOST * binds all interfaces); without a\n"
-           "         PATH, /TOPIC is used\n"
-           "  TOPIC  the topic type, one of:";
-    for (const auto& name : topicNames()) {
-        out << " " << name;
-    }
-    out << "\n"
-           "  VALUE  e.g. '{\"controlMode\":\"TEL_DRIVEN_WITH_HOKU_TT\",\"activeCameraFs\":\"IMG_PDS\"}'\n"
-           "         for LumoMode; enumerations by name or number; krin-tap prints this form\n"
-           "\n"
-           "Options:\n"
-           "  --rate HZ      samples per second (default 1)\n"
-           "  --count N      samples to publish, 0 for no end (default 1)\n"
-           "  -p KEY=VALUE   a property of the runtime or the publisher; krin-pub sets\n"
-           "                 krin.ps.slowJoinerDelayMs="
-        << defaultSlowJoinerDelayMs
-        << " unless given\n"
-           "  --plugin PATH  the plug-in to load (default: "
-        << Plugin::defaultPath()
-        << ")\n"
-           "  --help         this text\n"
-           "\n";
-    printCurveOptions(out);
-    out << "\n"
-           "Exit status: 0 when all samples are published or when interrupted; 2 for a\n"
-           "bad argument, URI, topic, property or value; 3 if the plug-in or the runtime\n"
-           "could not be set up or a publish failed.\n";
-}
+constexpr const char* slowJoinerDelayKey = properties::slowJoinerDelayMs;
 
 struct Options {
     std::string uri;
     std::string topic;
     std::string value;
     double rate = 1;
-    unsigned long count = 1;
+    unsigned long long count = 1;
+    bool catchUp = false;
     orlo::dabo::Dabo::Properties properties;
-    std::string plugin = Plugin::defaultPath();
+    std::string plugin;
 };
 
-Options parse(int argc, char** argv, bool& help) {
-    Options options;
-    std::vector<std::string> positional;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument == "--help" || argument == "-h") {
-            help = true;
-            return options;
-        } else if (argument == "--rate") {
-            options.rate = positiveNumber(optionValue(argc, argv, i, argument), argument);
-        } else if (argument == "--count") {
-            options.count = wholeNumber(optionValue(argc, argv, i, argument), argument);
-        } else if (argument == "-p") {
-            addProperty(options.properties, optionValue(argc, argv, i, argument));
-        } else if (argument == "--plugin") {
-            options.plugin = optionValue(argc, argv, i, argument);
-        } else if (takeCurveOption(argc, argv, i, options.properties)) {
-            continue;
-        } else if (argument.size() > 1 && argument[0] == '-') {
-            throw UsageError("unknown option " + argument);
-        } else {
-            positional.push_back(argument);
-        }
-    }
-    if (positional.size() != 3) {
-        throw UsageError("expected URI, TOPIC and VALUE, got " + std::to_string(positional.size()) + " arguments");
-    }
-    options.uri = positional[0];
-    options.topic = positional[1];
-    options.value = positional[2];
-    options.properties.emplace(properties::slowJoinerDelayMs, defaultSlowJoinerDelayMs);
-    return options;
+void define(ToolCommandLine& line, Options& options) {
+    auto& app = line.app();
+    line.addUri(options.uri, "to publish at (HOST * binds all interfaces); without a PATH, /TOPIC is used");
+    line.addTopic(options.topic);
+    app.add_option("VALUE", options.value,
+                   "a sample of TOPIC written as JSON, e.g. "
+                   "'{\"controlMode\":\"TEL_DRIVEN_WITH_HOKU_TT\",\"activeCameraFs\":\"IMG_PDS\"}' for LumoMode; "
+                   "enumerations by name or number; krin-tap prints this form")
+        ->required()
+        ->type_name("");
+    app.add_option("--rate", options.rate, "samples per second")
+        ->type_name("HZ")
+        ->check(numberIn(pacerMinRate, pacerMaxRate, "samples per second"));
+    app.add_option("--count", options.count, "samples to publish; 0: no end")
+        ->type_name("N")
+        ->check(wholeNumberIn(0, 1000000000000ULL, "samples"));
+    app.add_flag("--catch-up", options.catchUp,
+                 "after a stall (the process stopped, the machine busy), publish the samples that fell due "
+                 "meanwhile at once; by default the rate resumes from the moment the stall ended");
+    line.addProperties(options.properties, std::string("krin.runtime.highWaterMark=5000; krin-pub sets "
+                                                       "krin.ps.slowJoinerDelayMs=") +
+                                               defaultSlowJoinerDelayMs + " unless given");
+    line.addPlugin(options.plugin);
+    line.addCurveOptions(options.properties);
+    app.footer(exitStatusText("") + " A publish that fails ends with 3.");
 }
 
 template <typename T>
 void publishAll(const Plugin& plugin, const Options& options, const std::string& uri,
                 const std::string& payload, const Runtime& runtime) {
+    StopSignal& stop = StopSignal::install();
+    // The factory waits out the slow-joiner delay; a signal meanwhile leaves
+    // it behind (runUntilStopped) and nothing has been published.
+    std::cerr << "krin-pub: opening " << uri << "; subscribers have " << options.properties.at(slowJoinerDelayKey)
+              << " ms (" << slowJoinerDelayKey << ") to join before the first sample" << std::endl;
     auto publisher = plugin.publisher<T>(uri, options.properties, runtime);
     auto sample = publisher->createDataEntity();
     if (!fromBytes(*sample, payload)) {
         throw std::runtime_error("the plug-in's " + options.topic + " refused the value's bytes");
     }
-    using Clock = std::chrono::steady_clock;
-    const auto period = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1.0 / options.rate));
-    auto due = Clock::now();
-    unsigned long sent = 0;
-    while (!interrupted && (options.count == 0 || sent < options.count)) {
-        std::this_thread::sleep_until(due);
+    std::cerr << "krin-pub: publishing " << options.topic << " at " << options.rate << " per second" << std::endl;
+    Pacer pacer(options.rate, options.catchUp, Pacer::Clock::now());
+    unsigned long long sent = 0;
+    while (options.count == 0 || sent < options.count) {
+        if (stop.waitUntil(pacer.due())) {
+            break;
+        }
         publisher->publish(*sample, std::chrono::milliseconds(1000));
         ++sent;
-        due += period;
+        pacer.next(Pacer::Clock::now());
     }
     // The runtime's thread moves the frames on; give it a moment before the
-    // runtime closes its sockets, which drops what they still hold.
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    // runtime closes its sockets, which drops what they still hold. Stopped
+    // by a signal, the tool has only its grace period for that.
+    stop.waitUntil(Pacer::Clock::now() + std::chrono::milliseconds(200));
+    const auto linger = stop.stopped() ? std::chrono::milliseconds(10) : std::chrono::milliseconds(0);
+    std::this_thread::sleep_for(linger);
     publisher->close();
     std::cerr << "krin-pub: published " << sent << " sample" << (sent == 1 ? "" : "s") << " of " << options.topic
               << " at " << uri << std::endl;
 }
 
 int run(const Options& options) {
-    if (!withTopic(options.topic, [](auto) {})) {
-        throw UsageError("unknown topic '" + options.topic + "'; see --help for the topics");
-    }
-    // The runtime's refusals of a URI or a property value are the user's to fix.
-    std::string uri;
+    const std::string uri = checkedTopicUri(options.uri, options.topic, true);
     try {
-        uri = topicUri(options.uri, options.topic, true);
         checkProperties(options.properties, "krin-pub");
     } catch (const orlo::dabo::DaboException& refusal) {
         throw UsageError(refusal.what());
@@ -179,22 +137,17 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    StopSignal::install();
     configureToolLogging();
-    bool help = false;
-    try {
-        const Options options = parse(argc, argv, help);
-        if (help) {
-            usage(std::cout);
-            return exitOk;
-        }
-        return run(options);
-    } catch (const UsageError& error) {
-        std::cerr << "krin-pub: " << error.what() << "\n(krin-pub --help explains the arguments)" << std::endl;
-        return exitUsage;
-    } catch (const std::exception& error) {
-        std::cerr << "krin-pub: " << error.what() << std::endl;
-        return exitSetup;
+    Options options;
+    ToolCommandLine line("krin-pub",
+                         "Publishes VALUE, a sample of TOPIC written as JSON, at URI through the plug-in's publisher. "
+                         "VALUE is parsed against the schema that the plug-in exports; every required field must be "
+                         "given, and a value that does not fit is refused with the field and the reason.");
+    define(line, options);
+    if (const auto ended = line.parse(argc, argv)) {
+        return *ended;
     }
+    options.properties.emplace(slowJoinerDelayKey, defaultSlowJoinerDelayMs);
+    return runTool("krin-pub", [&] { return run(options); });
 }

@@ -15,6 +15,7 @@
 #include "lumotypes/host/WireTap.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/Schema.h"
+#include "tools/common/StopSignal.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
 #include "tools/common/TypeHash.h"
@@ -26,10 +27,6 @@ namespace {
 using namespace lumo::tools;
 using namespace lumotypes::host;
 using lumo::scope::TopicFeed;
-
-std::atomic<bool> interrupted{false};
-
-void onSignal(int) { interrupted = true; }
 
 struct Options {
     std::string listen = "127.0.0.1:0";
@@ -141,8 +138,7 @@ int run(const Options& options) {
     server.start();
     std::cout << "krin-scope: serving http://" << (host.find(':') != std::string::npos ? "[" + host + "]" : host)
               << ":" << server.port() << "/" << std::endl;
-    while (!interrupted) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    while (!StopSignal::install().waitUntil(std::chrono::steady_clock::now() + std::chrono::hours(1))) {
     }
     server.stop();
     for (auto& feed : feeds) {
@@ -162,8 +158,7 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    StopSignal::install();
     std::signal(SIGPIPE, SIG_IGN);
     configureToolLogging();
     Options options;

@@ -1,131 +1,99 @@
 // krin-tap: prints the samples of a live topic, decoded with the schema that
 // the plug-in exports, or their rates and sequence gaps per second.
 
-#include <atomic>
+#include <signal.h>
+#include <unistd.h>
+
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include "dabo/DaboException.h"
 #include "lumotypes/host/Payload.h"
 #include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Properties.h"
 #include "lumotypes/host/Runtime.h"
+#include "lumotypes/host/WireTap.h"
 #include "tools/common/CommandLine.h"
-#include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
+#include "tools/common/StopSignal.h"
+#include "tools/common/ToolCommandLine.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
 #include "tools/common/TypeHash.h"
+#include "tools/tap/OutputWriter.h"
 #include "tools/tap/RateMeter.h"
-#include "lumotypes/host/Properties.h"
-#include "lumotypes/host/WireTap.h"
 
 namespace {
 
 using namespace lumo::tools;
 using namespace lumotypes::host;
+using Clock = std::chrono::steady_clock;
 
-std::atomic<bool> interrupted{false};
-
-void onSignal(int) { interrupted = true; }
-
-void usage(std::ostream& out) {
-    out << "Usage: krin-tap [OPTIONS] URI TOPIC\n"
-           "\n"
-           "Subscribes to TOPIC at URI and prints every sample field by field, decoded\n"
-           "with the schema that the plug-in exports.\n"
-           "\n"
-           "  URI    krin.ps://HOST:PORT/PATH; without a PATH, /TOPIC is used\n"
-           "  TOPIC  the topic type, one of:";
-    for (const auto& name : topicNames()) {
-        out << " " << name;
-    }
-    out << "\n"
-           "\n"
-           "Options:\n"
-           "  --format json|text  one JSON object per line (default), or the message\n"
-           "                      library's text format, headed by the sample's sequence\n"
-           "                      number and source timestamp\n"
-           "  --hz                print, once a second, the samples received, the rate and\n"
-           "                      the gaps in the header's sampleSequence, instead of samples\n"
-           "  --count N           stop after N samples (default: run until interrupted)\n"
-           "  --duration SEC      stop after SEC seconds\n"
-           "  -p KEY=VALUE        a runtime property, e.g. -p krin.runtime.highWaterMark=5000;\n"
-           "                      -p krin.ps.disableTypeHashCheck=true also decodes samples\n"
-           "                      whose header names another type\n"
-           "  --plugin PATH       the plug-in whose schema decodes the samples\n"
-           "                      (default: "
-        << Plugin::defaultPath()
-        << ")\n"
-           "  --help              this text\n"
-           "\n";
-    printCurveOptions(out);
-    out << "\n"
-           "Exit status: 0 when interrupted, after --duration or after --count samples;\n"
-           "1 if --count samples did not come within --duration; 2 for a bad argument,\n"
-           "URI, topic or property; 3 if the plug-in or the runtime could not be set up.\n";
-}
+/// The samples the tap holds for a slow output before it drops the oldest.
+constexpr unsigned long defaultQueue = 10000;
+/// The longest --duration: a century, far inside the clock's range.
+constexpr double maxDurationSeconds = 3.2e9;
 
 struct Options {
     std::string uri;
     std::string topic;
     std::string format = "json";
     bool hz = false;
-    unsigned long count = 0;
+    unsigned long long count = 0;
     double duration = 0;
+    unsigned long long queue = defaultQueue;
     orlo::dabo::Dabo::Properties properties;
-    std::string plugin = Plugin::defaultPath();
+    std::string plugin;
 };
 
-Options parse(int argc, char** argv, bool& help) {
-    Options options;
-    std::vector<std::string> positional;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument == "--help" || argument == "-h") {
-            help = true;
-            return options;
-        } else if (argument == "--format") {
-            options.format = optionValue(argc, argv, i, argument);
-            if (options.format != "json" && options.format != "text") {
-                throw UsageError("option --format takes json or text, not '" + options.format + "'");
-            }
-        } else if (argument == "--hz") {
-            options.hz = true;
-        } else if (argument == "--count") {
-            options.count = wholeNumber(optionValue(argc, argv, i, argument), argument);
-        } else if (argument == "--duration") {
-            options.duration = positiveNumber(optionValue(argc, argv, i, argument), argument);
-        } else if (argument == "-p") {
-            addProperty(options.properties, optionValue(argc, argv, i, argument));
-        } else if (argument == "--plugin") {
-            options.plugin = optionValue(argc, argv, i, argument);
-        } else if (takeCurveOption(argc, argv, i, options.properties)) {
-            continue;
-        } else if (argument.size() > 1 && argument[0] == '-') {
-            throw UsageError("unknown option " + argument);
-        } else {
-            positional.push_back(argument);
-        }
+void define(ToolCommandLine& line, Options& options) {
+    auto& app = line.app();
+    line.addUri(options.uri, "to subscribe to; without a PATH, /TOPIC is used");
+    line.addTopic(options.topic);
+    app.add_option("--format", options.format,
+                   "json: one JSON object per line; text: the message library's text format, headed by the "
+                   "sample's sequence number and source timestamp")
+        ->type_name("json|text")
+        ->check(CLI::IsMember({"json", "text"}));
+    app.add_flag("--hz", options.hz,
+                 "print, once a second, the samples received, the rate and the gaps in the header's "
+                 "sampleSequence, instead of samples");
+    app.add_option("--count", options.count, "stop after N samples; 0: run until interrupted")
+        ->type_name("N")
+        ->check(wholeNumberIn(0, 1000000000000ULL, "samples"));
+    app.add_option("--duration", options.duration, "stop after SEC seconds; 0: no limit")
+        ->type_name("SEC")
+        ->check(numberIn(0, maxDurationSeconds, "seconds"));
+    app.add_option("--queue", options.queue,
+                   "samples held for a slow output; when it is full the oldest is dropped, and the drops are "
+                   "counted on stderr")
+        ->type_name("N")
+        ->check(wholeNumberIn(1, 10000000ULL, "samples"));
+    line.addProperties(options.properties,
+                       "krin.runtime.highWaterMark=5000; krin.ps.disableTypeHashCheck=true also decodes samples "
+                       "whose header names another type");
+    line.addPlugin(options.plugin);
+    line.addCurveOptions(options.properties);
+    app.footer(exitStatusText("--count samples did not come within --duration"));
+}
+
+std::string formatted(const Options& options, const WireSample& sample, const google::protobuf::Message& message) {
+    if (options.format == "json") {
+        return toJson(message) + "\n";
     }
-    if (positional.size() != 2) {
-        throw UsageError("expected URI and TOPIC, got " + std::to_string(positional.size()) + " arguments");
-    }
-    options.uri = positional[0];
-    options.topic = positional[1];
-    return options;
+    char timestamp[32];
+    std::snprintf(timestamp, sizeof timestamp, "%.6f", sample.sourceTimestamp);
+    return "--- " + options.topic + " sampleSequence: " + std::to_string(sample.sampleSequence) +
+           " sourceTimestamp: " + timestamp + "\n" + toText(message);
 }
 
 int run(const Options& options) {
-    if (!withTopic(options.topic, [](auto) {})) {
-        throw UsageError("unknown topic '" + options.topic + "'; see --help for the topics");
-    }
-    // The runtime's refusals of a URI or a property value are the user's to fix.
-    std::string uri;
+    StopSignal& stop = StopSignal::install();
+    const std::string uri = checkedTopicUri(options.uri, options.topic, false);
     try {
-        uri = topicUri(options.uri, options.topic, false);
         checkProperties(options.properties, "krin-tap");
     } catch (const orlo::dabo::DaboException& refusal) {
         throw UsageError(refusal.what());
@@ -145,27 +113,40 @@ int run(const Options& options) {
         // Properties of the runtime that only it checks, such as its security keys.
         throw UsageError(refusal.what());
     }
-    auto tap = WireTap::open(runtime, uri, [](const std::string& reason) {
-        std::cerr << "krin-tap: dropped a message: " << reason << std::endl;
-    });
+    // Told from the runtime's thread, at most once a second: the tool's own
+    // thread may be held by the reader that makes the queue overflow.
+    auto nextDropReport = std::make_shared<Clock::time_point>();
+    std::shared_ptr<WireTap> tap = WireTap::open(
+        runtime, uri, [](const std::string& reason) { std::cerr << "krin-tap: dropped a message: " << reason << std::endl; },
+        static_cast<std::size_t>(options.queue), [nextDropReport, queue = options.queue](unsigned long dropped) {
+            const auto now = Clock::now();
+            if (now >= *nextDropReport) {
+                std::cerr << "krin-tap: dropped " << dropped << " samples so far: the output is slower than the "
+                          << "topic (--queue " << queue << ")" << std::endl;
+                *nextDropReport = now + std::chrono::seconds(1);
+            }
+        });
+    stop.onStop([tap] { tap->interrupt(); });
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
 
-    using Clock = std::chrono::steady_clock;
+    OutputWriter output(STDOUT_FILENO, stop.descriptor());
     const auto start = Clock::now();
     const auto end = options.duration > 0
                          ? start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.duration))
                          : Clock::time_point::max();
     RateMeter meter(options.topic, start);
-    unsigned long taken = 0;
+    unsigned long long taken = 0;
     WireSample sample;
-    while (!interrupted && Clock::now() < end && (options.count == 0 || taken < options.count)) {
+    while (!stop.stopped() && output.open() && Clock::now() < end && (options.count == 0 || taken < options.count)) {
         const bool got = tap->next(sample, std::chrono::milliseconds(100));
         if (options.hz) {
             if (got) {
                 meter.record(sample.sampleSequence);
                 ++taken;
             }
-            meter.reportDue(Clock::now(), std::cout);
+            std::ostringstream lines;
+            meter.reportDue(Clock::now(), lines);
+            output.write(lines.str());
             continue;
         }
         if (!got) {
@@ -183,21 +164,20 @@ int run(const Options& options) {
             continue;
         }
         ++taken;
-        if (options.format == "json") {
-            std::cout << toJson(*message) << std::endl;
-        } else {
-            char timestamp[32];
-            std::snprintf(timestamp, sizeof timestamp, "%.6f", sample.sourceTimestamp);
-            std::cout << "--- " << options.topic << " sampleSequence: " << sample.sampleSequence
-                      << " sourceTimestamp: " << timestamp << "\n"
-                      << toText(*message) << std::flush;
-        }
+        output.write(formatted(options, sample, *message));
+    }
+    tap->interrupt();
+    if (options.hz && output.open()) {
+        std::ostringstream lines;
+        meter.reportRest(Clock::now(), lines);
+        output.write(lines.str());
+    }
+    if (tap->dropped() > 0) {
+        std::cerr << "krin-tap: dropped " << tap->dropped() << " samples in all: the output was slower than the topic "
+                  << "(--queue " << options.queue << ")" << std::endl;
     }
     tap->close();
-    if (options.hz) {
-        meter.reportRest(Clock::now(), std::cout);
-    }
-    if (options.count != 0 && taken < options.count && !interrupted) {
+    if (options.count != 0 && taken < options.count && !stop.stopped() && output.open()) {
         std::cerr << "krin-tap: " << taken << " of " << options.count << " samples within " << options.duration
                   << " s" << std::endl;
         return exitFailed;
@@ -208,23 +188,17 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGINT, onSignal);
-    std::signal(SIGTERM, onSignal);
+    lumo::tools::StopSignal::install();
+    // A reader that goes away ends the output with an error, not the process.
+    ::signal(SIGPIPE, SIG_IGN);
     configureToolLogging();
-    bool help = false;
     Options options;
-    try {
-        options = parse(argc, argv, help);
-        if (help) {
-            usage(std::cout);
-            return exitOk;
-        }
-        return run(options);
-    } catch (const UsageError& error) {
-        std::cerr << "krin-tap: " << error.what() << "\n(krin-tap --help explains the arguments)" << std::endl;
-        return exitUsage;
-    } catch (const std::exception& error) {
-        std::cerr << "krin-tap: " << error.what() << std::endl;
-        return exitSetup;
+    ToolCommandLine line("krin-tap",
+                         "Subscribes to TOPIC at URI and prints every sample field by field, decoded with the schema "
+                         "that the plug-in exports.");
+    define(line, options);
+    if (const auto ended = line.parse(argc, argv)) {
+        return *ended;
     }
+    return runTool("krin-tap", [&] { return run(options); });
 }
