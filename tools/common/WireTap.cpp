@@ -1,4 +1,4 @@
-#include "tools/tap/WireTap.h"
+#include "tools/common/WireTap.h"
 
 #include <iostream>
 #include <stdexcept>
@@ -12,14 +12,38 @@ namespace lumo::tools {
 
 using orlo::dabo::krin::detail::KrinDaboEvent;
 
-WireTap::WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime) : runtime(std::move(runtime)) {}
+void WireQueue::push(WireSample sample) {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        received.push_back(std::move(sample));
+    }
+    changed.notify_one();
+}
+
+bool WireQueue::next(WireSample& sample, std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex);
+    if (!changed.wait_for(lock, limit, [&] { return !received.empty(); })) {
+        return false;
+    }
+    sample = std::move(received.front());
+    received.pop_front();
+    return true;
+}
+
+WireTap::WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime, std::string uri,
+                 std::shared_ptr<WireQueue> queue, std::size_t source)
+    : runtime(std::move(runtime)), uri(std::move(uri)), queue(std::move(queue)), source(source) {}
 
 std::shared_ptr<WireTap> WireTap::open(const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime,
-                                       const std::string& uri) {
+                                       const std::string& uri, std::shared_ptr<WireQueue> queue,
+                                       std::size_t source) {
     const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, false, true);
     const std::string frame = orlo::dabo::krin::detail::createFrame0(
         static_cast<std::uint32_t>(orlo::dabo::util::topicNameHash(address.topic)));
-    std::shared_ptr<WireTap> tap(new WireTap(runtime));
+    if (!queue) {
+        queue = std::make_shared<WireQueue>();
+    }
+    std::shared_ptr<WireTap> tap(new WireTap(runtime, uri, std::move(queue), source));
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = tap;
     runtime->registerSubscriber(uri, frame, handler);
     std::unique_lock<std::mutex> lock(tap->mutex);
@@ -70,28 +94,18 @@ void WireTap::readMessage(zmq::socket_t& from) {
         sample.sampleSequence = header.samplesequence();
         sample.sourceTimestamp = header.sourcetimestamp();
         sample.dataEntityTypeHash = header.dataentitytypehash();
+        sample.arrivalNs = static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                                          std::chrono::system_clock::now().time_since_epoch())
+                                                          .count());
+        sample.source = source;
     } catch (const std::exception& failure) {
         discardFrames(from);
         std::lock_guard<std::mutex> lock(mutex);
         ++malformedCount;
-        std::cerr << "krin-tap: dropped a message: " << failure.what() << std::endl;
+        std::cerr << "dropped a message of " << uri << ": " << failure.what() << std::endl;
         return;
     }
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        received.push_back(std::move(sample));
-    }
-    changed.notify_all();
-}
-
-bool WireTap::next(WireSample& sample, std::chrono::milliseconds limit) {
-    std::unique_lock<std::mutex> lock(mutex);
-    if (!changed.wait_for(lock, limit, [&] { return !received.empty(); })) {
-        return false;
-    }
-    sample = std::move(received.front());
-    received.pop_front();
-    return true;
+    queue->push(std::move(sample));
 }
 
 unsigned long WireTap::malformed() const {

@@ -19,6 +19,24 @@ struct WireSample {
     double sourceTimestamp = 0;
     std::uint32_t dataEntityTypeHash = 0;
     std::string payload;
+    /// When it was read, in nanoseconds since the Unix epoch.
+    std::uint64_t arrivalNs = 0;
+    /// Which tap read it, as given to `WireTap::open`.
+    std::size_t source = 0;
+};
+
+/// Where taps put what they read, for one reader; several taps may share one,
+/// so that a reader of many topics waits on all of them at once.
+class WireQueue {
+public:
+    void push(WireSample sample);
+    /// Waits up to `limit` for the next message; false if none came.
+    bool next(WireSample& sample, std::chrono::milliseconds limit);
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<WireSample> received;
 };
 
 /// A subscription socket of the runtime read directly, without the plug-in's
@@ -29,9 +47,11 @@ struct WireSample {
 /// Messages are read on the runtime's thread and queued for the caller's.
 class WireTap : public orlo::dabo::krin::detail::EventsHandler, public std::enable_shared_from_this<WireTap> {
 public:
-    /// Subscribes to the topic of `uri` (a checked topic URI).
+    /// Subscribes to the topic of `uri` (a checked topic URI). Messages go to
+    /// `queue`, marked with `source`, or to a queue of the tap's own.
     static std::shared_ptr<WireTap> open(const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime,
-                                         const std::string& uri);
+                                         const std::string& uri, std::shared_ptr<WireQueue> queue = nullptr,
+                                         std::size_t source = 0);
 
     WireTap(const WireTap&) = delete;
     WireTap& operator=(const WireTap&) = delete;
@@ -39,8 +59,8 @@ public:
 
     bool events(std::shared_ptr<zmq::socket_t>& socket, orlo::dabo::krin::detail::KrinDaboEvent event) override;
 
-    /// Waits up to `limit` for the next message; false if none came.
-    bool next(WireSample& sample, std::chrono::milliseconds limit);
+    /// Waits up to `limit` for the next message of the tap's queue; false if none came.
+    bool next(WireSample& sample, std::chrono::milliseconds limit) { return queue->next(sample, limit); }
 
     /// Messages that could not be taken apart, reported on stderr as they came.
     unsigned long malformed() const;
@@ -49,13 +69,16 @@ public:
     void close();
 
 private:
-    explicit WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime);
+    WireTap(std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime, std::string uri,
+            std::shared_ptr<WireQueue> queue, std::size_t source);
     void readMessage(zmq::socket_t& socket);
 
     std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
     mutable std::mutex mutex;
     std::condition_variable changed;
-    std::deque<WireSample> received;
+    std::string uri;
+    std::shared_ptr<WireQueue> queue;
+    std::size_t source;
     std::shared_ptr<zmq::socket_t> socket;
     bool registered = false;
     bool unregistered = false;

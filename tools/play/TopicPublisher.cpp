@@ -1,0 +1,48 @@
+#include "tools/play/TopicPublisher.h"
+
+#include <chrono>
+#include <stdexcept>
+
+namespace lumo::play {
+
+namespace {
+
+template <typename T>
+class TypedPublisher : public TopicPublisher {
+public:
+    explicit TypedPublisher(std::unique_ptr<orlo::dabo::ps::Publisher<T>> publisher)
+        : publisher(std::move(publisher)), entity(this->publisher->createDataEntity()) {}
+
+    bool publish(const std::string& payload) override {
+        if (!tools::fromBytes(*entity, payload)) {
+            return false;
+        }
+        publisher->publish(*entity, std::chrono::milliseconds(1000));
+        return true;
+    }
+
+    void close() override { publisher->close(); }
+
+private:
+    std::unique_ptr<orlo::dabo::ps::Publisher<T>> publisher;
+    std::shared_ptr<T> entity;
+};
+
+}  // namespace
+
+std::unique_ptr<TopicPublisher> makeTopicPublisher(const tools::PluginLoader& plugin, const std::string& topic,
+                                                   const std::string& uri,
+                                                   const orlo::dabo::Dabo::Properties& properties,
+                                                   const tools::Runtime& runtime) {
+    std::unique_ptr<TopicPublisher> made;
+    const bool known = tools::withTopic(topic, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        made = std::make_unique<TypedPublisher<T>>(tools::makePublisher<T>(plugin, uri, properties, runtime));
+    });
+    if (!known) {
+        throw std::invalid_argument("'" + topic + "' is not a topic");
+    }
+    return made;
+}
+
+}  // namespace lumo::play
