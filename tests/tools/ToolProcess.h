@@ -88,6 +88,15 @@ public:
         return wait(limit);
     }
 
+    /// Kills the process without warning, as a crash or `kill -9` would.
+    void kill() {
+        if (!finished) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+            finished = true;
+        }
+    }
+
     std::string out() const { return read(outPath); }
     std::string err() const { return read(errPath); }
 
