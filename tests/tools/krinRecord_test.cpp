@@ -9,11 +9,13 @@
 #include <string>
 #include <thread>
 
+#include <google/protobuf/dynamic_message.h>
+
 #include "ToolProcess.h"
+#include "lumotypes/host/Plugin.h"
 #include "tools/common/FreePort.h"
 #include "tools/common/RecordedSchemas.h"
 #include "tools/common/Schema.h"
-#include "tools/loader/PluginLoader.h"
 #include "tools/mcap/Reader.h"
 #include "tools/mcap/Writer.h"
 
@@ -52,8 +54,8 @@ bool eventually(const std::function<bool()>& done, std::chrono::seconds limit) {
 /// Every message of `path` (complete chunks only if `unfinished`), decoded
 /// to JSON with the plug-in's schema, per channel topic.
 std::map<std::string, std::vector<std::string>> decodedMessages(const std::string& path, bool unfinished = false) {
-    lumo::tools::PluginLoader plugin(lumo::tools::PluginLoader::defaultPath());
-    lumo::tools::Schema wire(plugin);
+    const lumotypes::host::Plugin plugin;
+    google::protobuf::DynamicMessageFactory factory;
     std::map<std::string, std::vector<std::string>> decoded;
     std::map<std::uint16_t, std::string> schemaNames;
     lumo::mcap::Reader reader(path);
@@ -64,8 +66,8 @@ std::map<std::string, std::vector<std::string>> decodedMessages(const std::strin
     visitor.message = [&](const lumo::mcap::Message& message, const lumo::mcap::Channel& channel,
                           const lumo::mcap::Location&) {
         const std::string& name = schemaNames.at(channel.schemaId);
-        const auto* type = wire.find(name.substr(name.rfind('.') + 1));
-        auto payload = wire.newMessage(*type);
+        const auto& type = plugin.messageType(name.substr(name.rfind('.') + 1));
+        std::unique_ptr<google::protobuf::Message> payload(factory.GetPrototype(&type)->New());
         EXPECT_TRUE(payload->ParseFromString(message.data));
         decoded[channel.topic].push_back(lumo::tools::toJson(*payload));
     };
@@ -239,9 +241,8 @@ void writeFile(const std::string& path, const std::string& schemaName, const std
 }
 
 std::string centOptDescriptors() {
-    lumo::tools::PluginLoader plugin(lumo::tools::PluginLoader::defaultPath());
-    lumo::tools::Schema wire(plugin);
-    return lumo::tools::fileDescriptorSetOf(*wire.find("CentOpt"));
+    const lumotypes::host::Plugin plugin;
+    return lumo::tools::fileDescriptorSetOf(plugin.messageType("CentOpt"));
 }
 
 TEST(KrinRecord, PlayerRefusesFilesItCannotPlayNamingFileOffsetAndRecord) {

@@ -5,7 +5,7 @@
 #include <set>
 #include <vector>
 
-#include "tools/common/Topics.h"
+#include "lumotypes/host/Topics.h"
 
 namespace lumo::tools {
 
@@ -47,21 +47,22 @@ std::string fileDescriptorSetOf(const google::protobuf::Descriptor& type) {
     return set.SerializeAsString();
 }
 
-std::string topicOfRecordedSchema(const Schema& wire, const std::string& name, const std::string& encoding,
+std::string topicOfRecordedSchema(const google::protobuf::FileDescriptor& wire, const std::string& name, const std::string& encoding,
                                   const std::string& data, std::string& reason) {
     if (encoding != recordedEncoding) {
         reason = "schema '" + name + "' is encoded as '" + encoding + "', not " + recordedEncoding;
         return "";
     }
     std::string topic;
-    for (const auto& candidate : topicNames()) {
-        const auto* type = wire.find(candidate);
-        if (type != nullptr && type->full_name() == name) {
-            topic = candidate;
+    lumotypes::host::forEachTopic([&](auto tag) {
+        using Traits = lumotypes::host::TopicTraits<typename decltype(tag)::type>;
+        if (name == Traits::wireType) {
+            topic = Traits::name;
         }
-    }
-    if (topic.empty()) {
-        reason = "schema '" + name + "' is not the type of any topic of " + wire.fileName();
+    });
+    const auto* ours = wire.FindMessageTypeByName(topic);
+    if (topic.empty() || ours == nullptr) {
+        reason = "schema '" + name + "' is not the type of any topic of " + wire.name();
         return "";
     }
     google::protobuf::FileDescriptorSet set;
@@ -81,7 +82,7 @@ std::string topicOfRecordedSchema(const Schema& wire, const std::string& name, c
         reason = "schema '" + name + "' holds descriptors that do not declare " + name;
         return "";
     }
-    const std::string mismatch = fieldMismatch(*wire.find(topic), *recorded);
+    const std::string mismatch = fieldMismatch(*ours, *recorded);
     if (!mismatch.empty()) {
         reason = "schema '" + name + "' is not " + topic + " as this plug-in knows it: " + mismatch;
         return "";

@@ -8,7 +8,6 @@
 
 #include <string>
 
-#include "tools/common/Schema.h"
 
 namespace lumo::tools {
 
@@ -22,8 +21,9 @@ std::string fileDescriptorSetOf(const google::protobuf::Descriptor& type);
 /// The topic whose samples a recorded schema describes, or empty with the
 /// reason in `reason`: the schema must be encoded as protobuf, be named as
 /// one of the topics' wire types, and hold a descriptor set declaring that
-/// message with the fields of the plug-in's own (numbers, names and types).
-std::string topicOfRecordedSchema(const Schema& wire, const std::string& name, const std::string& encoding,
+/// message with the fields it has in `wire`, the plug-in's schema (numbers,
+/// names and types).
+std::string topicOfRecordedSchema(const google::protobuf::FileDescriptor& wire, const std::string& name, const std::string& encoding,
                                   const std::string& data, std::string& reason);
 
 }  // namespace lumo::tools

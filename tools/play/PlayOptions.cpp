@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "tools/common/CommandLine.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace lumo::play {
 
@@ -36,7 +36,7 @@ bool parsePlayOptions(int argc, char** argv, PlayOptions& options) {
         "plug-in or the runtime could not be set up.");
     std::vector<std::string> remaps;
     std::vector<std::string> properties;
-    options.plugin = tools::PluginLoader::defaultPath();
+    options.plugin = lumotypes::host::Plugin::defaultPath();
     app.add_option("FILE", options.file, "the recording")->required();
     app.add_option("URI", options.uri, "krin.ps://HOST:PORT to publish at (HOST * binds all interfaces)");
     auto* speed = app.add_option("--speed", options.speed, "play X times as fast as recorded (default 1)")

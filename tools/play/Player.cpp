@@ -6,7 +6,8 @@
 #include <thread>
 
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/TopicUri.h"
 #include "tools/play/Recording.h"
@@ -58,17 +59,16 @@ int play(const PlayOptions& options, const std::atomic<bool>& interrupted) {
     } catch (const orlo::dabo::DaboException& refusal) {
         throw tools::UsageError(refusal.what());
     }
-    tools::PluginLoader plugin(options.plugin);
-    tools::Schema wire(plugin);
-    Recording recording(options, wire);
+    const lumotypes::host::Plugin plugin(options.plugin);
+    Recording recording(options, plugin.schema());
     std::map<std::uint16_t, std::string> uris;
     for (const auto& [id, channel] : recording.channels()) {
         uris[id] = uriOf(channel, options);
     }
 
-    tools::Runtime runtime;
+    lumotypes::host::Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = lumotypes::host::createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         throw tools::UsageError(refusal.what());
     }

@@ -1,5 +1,7 @@
 #include "tools/play/Recording.h"
 
+#include <google/protobuf/dynamic_message.h>
+
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -24,11 +26,12 @@ struct StopScan {};
 
 }  // namespace
 
-Recording::Recording(const PlayOptions& options, tools::Schema& wire) : options(options), reader(options.file) {
+Recording::Recording(const PlayOptions& options, const google::protobuf::FileDescriptor& wire) : options(options), reader(options.file) {
     check(wire);
 }
 
-void Recording::check(tools::Schema& wire) {
+void Recording::check(const google::protobuf::FileDescriptor& wire) {
+    google::protobuf::DynamicMessageFactory factory;
     std::map<std::uint16_t, mcap::Schema> schemas;
     std::map<std::uint16_t, std::unique_ptr<google::protobuf::Message>> decoders;
     mcap::Visitor visitor;
@@ -54,7 +57,7 @@ void Recording::check(tools::Schema& wire) {
         }
         if (chosenByPath || wanted(options.topics, topic)) {
             played[channel.id] = PlayedChannel{channel.id, channel.topic, topic, 0};
-            decoders[channel.id] = wire.newMessage(*wire.find(topic));
+            decoders[channel.id].reset(factory.GetPrototype(wire.FindMessageTypeByName(topic))->New());
         }
     };
     visitor.message = [&](const mcap::Message& message, const mcap::Channel&, const mcap::Location& where) {

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "tools/common/Schema.h"
+#include <google/protobuf/descriptor.h>
 #include "tools/mcap/Reader.h"
 #include "tools/play/PlayOptions.h"
 
@@ -26,7 +26,8 @@ struct PlayedChannel {
 /// the file, the offset and the record.
 class Recording {
 public:
-    Recording(const PlayOptions& options, tools::Schema& wire);
+    /// `wire` is the plug-in's schema, which the recorded ones must match.
+    Recording(const PlayOptions& options, const google::protobuf::FileDescriptor& wire);
 
     const std::map<std::uint16_t, PlayedChannel>& channels() const { return played; }
 
@@ -35,7 +36,7 @@ public:
     void forEachMessage(const std::function<bool(const mcap::Message&, const PlayedChannel&)>& take);
 
 private:
-    void check(tools::Schema& wire);
+    void check(const google::protobuf::FileDescriptor& wire);
 
     const PlayOptions& options;
     mcap::Reader reader;

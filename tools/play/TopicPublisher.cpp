@@ -3,6 +3,9 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "lumotypes/host/Payload.h"
+#include "lumotypes/host/Topics.h"
+
 namespace lumo::play {
 
 namespace {
@@ -14,7 +17,7 @@ public:
         : publisher(std::move(publisher)), entity(this->publisher->createDataEntity()) {}
 
     bool publish(const std::string& payload) override {
-        if (!tools::fromBytes(*entity, payload)) {
+        if (!lumotypes::host::fromBytes(*entity, payload)) {
             return false;
         }
         publisher->publish(*entity, std::chrono::milliseconds(1000));
@@ -30,14 +33,14 @@ private:
 
 }  // namespace
 
-std::unique_ptr<TopicPublisher> makeTopicPublisher(const tools::PluginLoader& plugin, const std::string& topic,
+std::unique_ptr<TopicPublisher> makeTopicPublisher(const lumotypes::host::Plugin& plugin, const std::string& topic,
                                                    const std::string& uri,
                                                    const orlo::dabo::Dabo::Properties& properties,
-                                                   const tools::Runtime& runtime) {
+                                                   const lumotypes::host::Runtime& runtime) {
     std::unique_ptr<TopicPublisher> made;
-    const bool known = tools::withTopic(topic, [&](auto tag) {
+    const bool known = lumotypes::host::withTopic(topic, [&](auto tag) {
         using T = typename decltype(tag)::type;
-        made = std::make_unique<TypedPublisher<T>>(tools::makePublisher<T>(plugin, uri, properties, runtime));
+        made = std::make_unique<TypedPublisher<T>>(plugin.publisher<T>(uri, properties, runtime));
     });
     if (!known) {
         throw std::invalid_argument("'" + topic + "' is not a topic");

@@ -4,12 +4,12 @@
 #include <string>
 
 #include "dabo/Dabo.h"
-#include "tools/common/Topics.h"
+#include "lumotypes/host/Plugin.h"
 
 namespace lumo::play {
 
-/// A publisher of one topic that takes a sample as its payload bytes; the
-/// one place where the player reaches the plug-in's typed publishers.
+/// A publisher of one topic that takes a sample as its payload bytes, so
+/// that the player need not know the topic's type.
 class TopicPublisher {
 public:
     virtual ~TopicPublisher() = default;
@@ -20,9 +20,9 @@ public:
 };
 
 /// Throws `std::invalid_argument` for a name that is not a topic.
-std::unique_ptr<TopicPublisher> makeTopicPublisher(const tools::PluginLoader& plugin, const std::string& topic,
+std::unique_ptr<TopicPublisher> makeTopicPublisher(const lumotypes::host::Plugin& plugin, const std::string& topic,
                                                    const std::string& uri,
                                                    const orlo::dabo::Dabo::Properties& properties,
-                                                   const tools::Runtime& runtime);
+                                                   const lumotypes::host::Runtime& runtime);
 
 }  // namespace lumo::play

@@ -5,9 +5,9 @@
 #include <ctime>
 #include <iostream>
 
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Topics.h"
 #include "tools/common/CommandLine.h"
-#include "tools/common/Topics.h"
-#include "tools/loader/PluginLoader.h"
 
 namespace lumo::record {
 
@@ -15,7 +15,7 @@ namespace {
 
 std::string topicList() {
     std::string list;
-    for (const auto& name : tools::topicNames()) {
+    for (const auto& name : lumotypes::host::topicNames()) {
         list += (list.empty() ? "" : " ") + name;
     }
     return list;
@@ -54,7 +54,7 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
     std::vector<std::string> positional;
     std::vector<std::string> properties;
     options.output = defaultOutput();
-    options.plugin = tools::PluginLoader::defaultPath();
+    options.plugin = lumotypes::host::Plugin::defaultPath();
     app.add_option("-o,--output", options.output, "the file to write (default: recording-DATE-TIME.mcap)");
     app.add_option("--duration", options.duration, "stop after S seconds")->check(CLI::PositiveNumber);
     app.add_option("--count", options.count, "stop after N samples of all topics together");
@@ -91,7 +91,7 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
         while (!options.prefix.empty() && options.prefix.back() == '/') {
             options.prefix.pop_back();
         }
-        for (const auto& topic : tools::topicNames()) {
+        for (const auto& topic : lumotypes::host::topicNames()) {
             options.topics.push_back({options.prefix + "/" + topic, topic});
         }
     }

@@ -8,10 +8,11 @@
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "tools/common/CommandLine.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
+#include "lumotypes/host/Topics.h"
 #include "tools/common/RecordedSchemas.h"
-#include "tools/common/Schema.h"
 #include "tools/common/SequenceGaps.h"
-#include "tools/common/TopicTypeHash.h"
 #include "tools/common/TopicUri.h"
 #include "tools/common/WireTap.h"
 #include "tools/mcap/Writer.h"
@@ -46,17 +47,19 @@ struct RecordedChannel {
 std::vector<RecordedChannel> checkedChannels(const RecordOptions& options) {
     std::vector<RecordedChannel> channels;
     for (const auto& wanted : options.topics) {
-        if (!tools::withTopic(wanted.topic, [](auto) {})) {
+        RecordedChannel channel;
+        const bool known = lumotypes::host::withTopic(wanted.topic, [&](auto tag) {
+            channel.typeHash = lumotypes::host::TopicTraits<typename decltype(tag)::type>::typeHash;
+        });
+        if (!known) {
             throw UsageError("unknown topic '" + wanted.topic + "'; see --help for the topics");
         }
-        RecordedChannel channel;
         try {
             channel.uri = tools::topicUri(wanted.uri, wanted.topic, false);
         } catch (const orlo::dabo::DaboException& refusal) {
             throw UsageError(refusal.what());
         }
         channel.topic = wanted.topic;
-        channel.typeHash = tools::typeHashOf(wanted.topic);
         channels.push_back(std::move(channel));
     }
     return channels;
@@ -85,8 +88,7 @@ int record(const RecordOptions& options, const std::atomic<bool>& interrupted) {
         throw UsageError(refusal.what());
     }
 
-    tools::PluginLoader plugin(options.plugin);
-    tools::Schema wire(plugin);
+    const lumotypes::host::Plugin plugin(options.plugin);
     mcap::WriterOptions writerOptions;
     writerOptions.library = "krin-record (lumotypes-krin)";
     writerOptions.compression = options.compression;
@@ -94,21 +96,18 @@ int record(const RecordOptions& options, const std::atomic<bool>& interrupted) {
     mcap::Writer writer(options.output, writerOptions);
     std::map<std::string, std::uint16_t> schemaOfTopic;
     for (auto& channel : channels) {
-        const auto* type = wire.find(channel.topic);
-        if (type == nullptr) {
-            throw tools::PluginLoadError("the schema " + wire.fileName() + " has no message " + channel.topic);
-        }
         if (schemaOfTopic.count(channel.topic) == 0) {
+            const auto& type = plugin.messageType(channel.topic);
             schemaOfTopic[channel.topic] =
-                writer.addSchema(type->full_name(), tools::recordedEncoding, tools::fileDescriptorSetOf(*type));
+                writer.addSchema(type.full_name(), tools::recordedEncoding, tools::fileDescriptorSetOf(type));
         }
         channel.id = writer.addChannel(schemaOfTopic[channel.topic], pathOf(channel.uri), tools::recordedEncoding,
                                        {{"uri", channel.uri}, {"topic", channel.topic}});
     }
 
-    std::shared_ptr<orlo::dabo::krin::detail::KrinDabo> runtime;
+    lumotypes::host::Runtime runtime;
     try {
-        runtime = orlo::dabo::krin::detail::KrinDabo::create(options.properties);
+        runtime = lumotypes::host::createRuntime(options.properties);
     } catch (const orlo::dabo::DaboException& refusal) {
         throw UsageError(refusal.what());
     }

@@ -11,12 +11,12 @@
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/krin/detail/KrinHelpers.h"
+#include "dabo/krin/detail/ps/topicTraits.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/CurveOptions.h"
 #include "tools/common/Schema.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
-#include "tools/common/TopicTypeHash.h"
 #include "tools/common/Topics.h"
 #include "tools/tap/RateMeter.h"
 #include "tools/common/WireTap.h"
@@ -114,6 +114,16 @@ Options parse(int argc, char** argv, bool& help) {
     options.uri = positional[0];
     options.topic = positional[1];
     return options;
+}
+
+/// The constant that the plug-in's publishers put in the header of `topic`.
+std::uint32_t typeHashOf(const std::string& topic) {
+    std::uint32_t hash = 0;
+    withTopic(topic, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        hash = orlo::dabo::krin::detail::ps::TopicTraits<T>::dataEntityTypeHash;
+    });
+    return hash;
 }
 
 int run(const Options& options) {
