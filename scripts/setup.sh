@@ -12,7 +12,12 @@ packages=(
   liburiparser-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
+  libcli11-dev libzstd-dev liblz4-dev
 )
+# Node.js runs the tests' MCAP reader; Debian's, unless the machine has one.
+if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
+  packages+=(nodejs npm)
+fi
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
 # measured against, the plotting tool and GNU time for the peer's CPU time.
@@ -30,13 +35,20 @@ done
 
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all packages present"
-  exit 0
+else
+  SUDO=""
+  if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
+  echo "setup: installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
-
-echo "setup: installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# The MCAP reader from the npm registry that the recording tests read files
+# with, exactly as pinned by its lock file; installed again only when the
+# lock file changed. No built tool needs it.
+reader="$(cd "$(dirname "$0")/.." && pwd)/tests/mcap-reader"
+if [ ! -f "$reader/node_modules/.package-lock.json" ] || [ "$reader/package-lock.json" -nt "$reader/node_modules/.package-lock.json" ]; then
+  echo "setup: installing the MCAP reader of the tests (npm ci in tests/mcap-reader)"
+  (cd "$reader" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
+fi
