@@ -275,6 +275,37 @@ TEST(KrinRecord, PlayerRefusesFilesItCannotPlayNamingFileOffsetAndRecord) {
     expectRefusal(truncated.path, "record");
 }
 
+TEST(KrinRecord, FileOfAnotherWriterWithProtobufChannelsOfTheTopicsPlays) {
+    // Another writer's habits: lz4, a topic without a leading slash, no
+    // channel metadata, a schema defined before a channel of a later id.
+    RecordingFile file("otherwriter");
+    {
+        const lumotypes::host::Plugin plugin;
+        lumo::mcap::WriterOptions options;
+        options.library = "another writer";
+        options.compression = "lz4";
+        lumo::mcap::Writer writer(file.path, options);
+        writer.addSchema("generated.krin.lumotypes.LumoMode", "protobuf", "");  // unused, empty
+        const auto schema = writer.addSchema("generated.krin.lumotypes.CentOpt", "protobuf",
+                                             lumo::tools::fileDescriptorSetOf(plugin.messageType("CentOpt")));
+        const auto channel = writer.addChannel(schema, "centopt", "protobuf");
+        google::protobuf::DynamicMessageFactory factory;
+        std::unique_ptr<google::protobuf::Message> sample(factory.GetPrototype(&plugin.messageType("CentOpt"))->New());
+        std::string reason;
+        ASSERT_TRUE(lumo::tools::fromJson(centOptJson, *sample, reason)) << reason;
+        for (std::uint32_t i = 0; i < 4; ++i) {
+            writer.write(lumo::mcap::Message{channel, 100 + i, 1000000u * i, 0, sample->SerializeAsString()});
+        }
+        writer.close();
+    }
+    const std::string replay = freshEndpoint();
+    ToolProcess tap(LUMO_TAP_PATH, {"--count", "4", "--duration", "90", replay + "/centopt", "CentOpt"});
+    ToolProcess player(LUMO_PLAY_PATH, {file.path, "--topic", "CentOpt", "-p", "krin.ps.slowJoinerDelayMs=1500", replay});
+    ASSERT_EQ(player.wait(100s), 0) << player.err();
+    ASSERT_EQ(tap.wait(100s), 0) << tap.err();
+    EXPECT_EQ(linesOf(tap.out()), std::vector<std::string>(4, centOptJson));
+}
+
 TEST(KrinRecord, ToolsExplainThemselvesAndRefuseBadArguments) {
     ToolProcess recordHelp(LUMO_RECORD_PATH, {"--help"});
     EXPECT_EQ(recordHelp.wait(30s), 0);

@@ -33,6 +33,18 @@ std::string lz4Compress(const std::string& records) {
     return out;
 }
 
+/// The size a zstd frame says it holds, checked before anything is allocated.
+void checkZstdFrameSize(const std::string& compressed, std::uint64_t declared) {
+    const unsigned long long size = ZSTD_getFrameContentSize(compressed.data(), compressed.size());
+    if (size == ZSTD_CONTENTSIZE_ERROR) {
+        throw CompressionError("its zstd data does not begin with a zstd frame");
+    }
+    if (size != ZSTD_CONTENTSIZE_UNKNOWN && size != declared) {
+        throw CompressionError("its zstd frame holds " + std::to_string(size) + " bytes, not the " +
+                               std::to_string(declared) + " it declares");
+    }
+}
+
 std::string zstdDecompress(const std::string& compressed, std::string out) {
     const std::size_t size = ZSTD_decompress(out.data(), out.size(), compressed.data(), compressed.size());
     if (ZSTD_isError(size) != 0) {
@@ -109,6 +121,9 @@ std::string decompress(const std::string& compression, const std::string& compre
     if (uncompressedSize > largestChunk) {
         throw CompressionError("it declares " + std::to_string(uncompressedSize) +
                                " bytes uncompressed, more than the 1 GiB a chunk may hold");
+    }
+    if (compression == "zstd") {
+        checkZstdFrameSize(compressed, uncompressedSize);
     }
     std::string out(static_cast<std::size_t>(uncompressedSize), '\0');
     return compression == "zstd" ? zstdDecompress(compressed, std::move(out)) : lz4Decompress(compressed, std::move(out));
