@@ -123,6 +123,20 @@ void Reader::takeChannel(const Channel& channel, const Location& where, const Vi
     }
 }
 
+void Reader::takeMessage(const Message& message, const Location& where, const std::string& record,
+                         const std::string& subject, const Visitor& visitor, ScanResult& result) {
+    const auto channel = channels.find(message.channelId);
+    if (channel == channels.end()) {
+        fail(where.offset, record,
+             subject + " refers to channel " + std::to_string(message.channelId) +
+                 ", which no channel record before it defines");
+    }
+    ++result.messages;
+    if (visitor.message) {
+        visitor.message(message, channel->second, where);
+    }
+}
+
 void Reader::scanChunk(const std::string& content, std::uint64_t chunkOffset, const Visitor& visitor,
                        ScanResult& result) {
     Chunk chunk;
@@ -157,20 +171,10 @@ void Reader::scanChunk(const std::string& content, std::uint64_t chunkOffset, co
             switch (static_cast<Opcode>(prefix.opcode)) {
                 case Opcode::schema: takeSchema(decodeSchema(fields), location, visitor); break;
                 case Opcode::channel: takeChannel(decodeChannel(fields), location, visitor); break;
-                case Opcode::message: {
-                    const Message message = decodeMessage(fields);
-                    const auto channel = channels.find(message.channelId);
-                    if (channel == channels.end()) {
-                        fail(chunkOffset, "chunk record",
-                             "the message record" + where + " refers to channel " +
-                                 std::to_string(message.channelId) + ", which no channel record before it defines");
-                    }
-                    ++result.messages;
-                    if (visitor.message) {
-                        visitor.message(message, channel->second, location);
-                    }
+                case Opcode::message:
+                    takeMessage(decodeMessage(fields), location, "chunk record", "the message record" + where,
+                                visitor, result);
                     break;
-                }
                 default:
                     fail(chunkOffset, "chunk record",
                          "it holds a " + recordName(prefix.opcode) + where +
@@ -221,20 +225,9 @@ ScanResult Reader::scan(const Visitor& visitor, bool acceptUnfinished) {
                 case Opcode::header: fail(at, name, "a second header record"); break;
                 case Opcode::schema: takeSchema(decodeSchema(fields), location, visitor); break;
                 case Opcode::channel: takeChannel(decodeChannel(fields), location, visitor); break;
-                case Opcode::message: {
-                    const Message message = decodeMessage(fields);
-                    const auto channel = channels.find(message.channelId);
-                    if (channel == channels.end()) {
-                        fail(at, name,
-                             "it refers to channel " + std::to_string(message.channelId) +
-                                 ", which no channel record before it defines");
-                    }
-                    ++result.messages;
-                    if (visitor.message) {
-                        visitor.message(message, channel->second, location);
-                    }
+                case Opcode::message:
+                    takeMessage(decodeMessage(fields), location, name, "it", visitor, result);
                     break;
-                }
                 case Opcode::chunk: scanChunk(content, at, visitor, result); break;
                 case Opcode::messageIndex: decodeMessageIndex(fields); break;
                 case Opcode::dataEnd: {

@@ -89,6 +89,9 @@ private:
     void scanChunk(const std::string& content, std::uint64_t chunkOffset, const Visitor& visitor, ScanResult& result);
     void takeSchema(const Schema& schema, const Location& where, const Visitor& visitor);
     void takeChannel(const Channel& channel, const Location& where, const Visitor& visitor);
+    /// `record` and `subject` name the message in a refusal.
+    void takeMessage(const Message& message, const Location& where, const std::string& record,
+                     const std::string& subject, const Visitor& visitor, ScanResult& result);
     void checkFooter(std::uint64_t footerOffset);
 
     std::string filePath;

@@ -1,10 +1,9 @@
 #include "tools/play/PlayOptions.h"
 
-#include <CLI/CLI.hpp>
-
 #include <iostream>
 
 #include "tools/common/CommandLine.h"
+#include "tools/common/ToolMain.h"
 #include "lumotypes/host/Plugin.h"
 
 namespace lumo::play {
@@ -54,13 +53,8 @@ bool parsePlayOptions(int argc, char** argv, PlayOptions& options) {
     app.add_option("-p", properties, "KEY=VALUE, a property of the runtime or the publishers (repeatable)")
         ->allow_extra_args(false);
     app.add_option("--plugin", options.plugin, "the plug-in to load");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        std::cout << app.help();
+    if (!tools::parseCommandLine(app, argc, argv)) {
         return false;
-    } catch (const CLI::ParseError& error) {
-        throw tools::UsageError(error.what());
     }
     for (const auto& remap : remaps) {
         const auto equals = remap.find('=');

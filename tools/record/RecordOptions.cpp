@@ -1,13 +1,12 @@
 #include "tools/record/RecordOptions.h"
 
-#include <CLI/CLI.hpp>
-
 #include <ctime>
 #include <iostream>
 
 #include "lumotypes/host/Plugin.h"
 #include "lumotypes/host/Topics.h"
 #include "tools/common/CommandLine.h"
+#include "tools/common/ToolMain.h"
 
 namespace lumo::record {
 
@@ -67,13 +66,8 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
     app.add_option("-p", properties, "KEY=VALUE, a property of the runtime (repeatable)")->allow_extra_args(false);
     app.add_option("--plugin", options.plugin, "the plug-in whose schema is stored in the file");
     app.add_option("URI_TOPIC", positional, "pairs of a topic URI and its topic type");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        std::cout << app.help();
+    if (!tools::parseCommandLine(app, argc, argv)) {
         return false;
-    } catch (const CLI::ParseError& error) {
-        throw tools::UsageError(error.what());
     }
     if (options.compression == "none") {
         options.compression = "";
