@@ -19,7 +19,7 @@ set(LUMO_COMPAT_INCLUDE_DIR "${CMAKE_INSTALL_INCLUDEDIR}/${LUMO_PACKAGE}/compat"
 
 # --- Where installed binaries find their libraries: beside them, or in lib/ from bin/.
 set_target_properties(dabo dabo-common dabo-krin lumotypes-host lumotypes-krin-plugin PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(lumo-demo krin-tap krin-pub PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+set_target_properties(lumo-demo krin-tap krin-pub krin-record krin-play PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 # --- Include directories of the installed targets.
 target_include_directories(dabo PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
@@ -56,7 +56,7 @@ install(TARGETS ${lumo_exported_targets}
 # target; the package configuration names it as an imported module instead.
 install(TARGETS lumotypes-krin-plugin
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT runtime)
-install(TARGETS lumo-demo krin-tap krin-pub RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
+install(TARGETS lumo-demo krin-tap krin-pub krin-record krin-play RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
 install(FILES "${PROJECT_SOURCE_DIR}/tools/demo/lumo-demo.log4cplus.properties"
         DESTINATION "${LUMO_SHARE_DIR}" COMPONENT tools)
 

@@ -5,18 +5,22 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake pkg-config ccache libcli11-dev
+  build-essential cmake pkg-config ccache
   protobuf-compiler libprotobuf-dev libprotoc-dev
   libzmq3-dev cppzmq-dev
   liblog4cplus-dev
   liburiparser-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  libwebsocketpp-dev libboost-dev libcli11-dev chromium
-  iproute2
+  libcli11-dev
+  # krin-scope's server; krin-record's compression
+  libwebsocketpp-dev libboost-dev libzstd-dev liblz4-dev
+  # the browser of krin-scope's tests; network namespaces of the two-host tests
+  chromium iproute2
 )
-# krin-scope's page is built with Node.js; the machine's own if it has one.
-if ! command -v node >/dev/null 2>&1; then
+# Node.js builds krin-scope's page and runs the tests' MCAP reader and browser
+# driver; Debian's, unless the machine has one.
+if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
   packages+=(nodejs npm)
 fi
 
@@ -39,20 +43,21 @@ if [ ${#missing[@]} -eq 0 ]; then
 else
   SUDO=""
   if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
-
   echo "setup: installing ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive
   $SUDO apt-get update -qq
   $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-# The npm packages of krin-scope's page and of its browser tests, exactly as
-# their lock files pin them; the npm cache serves them when it can.
+# The npm packages of krin-scope's page, of its browser tests and of the MCAP
+# reader the recording tests read files with, exactly as their lock files pin
+# them; installed again only when a lock file changed. No built tool needs
+# Node.js at run time.
 root="$(cd "$(dirname "$0")/.." && pwd)"
-for folder in "$root/tools/scope/web" "$root/tests/scope"; do
+for folder in "$root/tools/scope/web" "$root/tests/scope" "$root/tests/mcap-reader"; do
   if [ ! -f "$folder/node_modules/.package-lock.json" ] ||
      [ "$folder/package-lock.json" -nt "$folder/node_modules/.package-lock.json" ]; then
     echo "setup: npm ci in ${folder#"$root"/}"
-    (cd "$folder" && npm ci --prefer-offline --no-audit --no-fund --loglevel=error)
+    (cd "$folder" && npm ci --ignore-scripts --prefer-offline --no-audit --no-fund --loglevel=error)
   fi
 done

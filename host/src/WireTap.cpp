@@ -2,9 +2,7 @@
 
 #include <zmq.hpp>
 
-#include <condition_variable>
-#include <deque>
-#include <mutex>
+#include <chrono>
 #include <stdexcept>
 
 #include "dabo/krin/detail/EventsHandler.h"
@@ -21,13 +19,13 @@ using orlo::dabo::krin::detail::KrinDaboEvent;
 /// through a weak pointer, so it is never called once it is gone.
 class WireTap::Reader : public orlo::dabo::krin::detail::EventsHandler {
 public:
-    Reader(Runtime runtime, std::string topicFrame, MalformedHandler onMalformed, std::size_t capacity,
-           DropHandler onDrop)
+    Reader(Runtime runtime, std::string topicFrame, MalformedHandler onMalformed, std::shared_ptr<WireQueue> queue,
+           std::size_t source)
         : runtime(std::move(runtime)),
           topicFrame(std::move(topicFrame)),
           onMalformed(std::move(onMalformed)),
-          capacity(capacity),
-          onDrop(std::move(onDrop)) {}
+          queue(std::move(queue)),
+          source(source) {}
 
     bool events(std::shared_ptr<zmq::socket_t>& eventSocket, KrinDaboEvent event) override {
         switch (event) {
@@ -74,6 +72,10 @@ public:
             sample.sampleSequence = header.samplesequence();
             sample.sourceTimestamp = header.sourcetimestamp();
             sample.dataEntityTypeHash = header.dataentitytypehash();
+            sample.arrivalNs = static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                                              std::chrono::system_clock::now().time_since_epoch())
+                                                              .count());
+            sample.source = source;
         } catch (const std::exception& failure) {
             discardFrames(from);
             {
@@ -85,36 +87,64 @@ public:
             }
             return;
         }
-        unsigned long droppedNow = 0;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            if (received.size() >= capacity) {
-                received.pop_front();
-                droppedNow = ++droppedCount;
-            }
-            received.push_back(std::move(sample));
-        }
-        changed.notify_all();
-        if (droppedNow != 0 && onDrop) {
-            onDrop(droppedNow);
-        }
+        queue->push(std::move(sample));
     }
 
     Runtime runtime;
     const std::string topicFrame;
     MalformedHandler onMalformed;
-    const std::size_t capacity;
-    DropHandler onDrop;
+    const std::shared_ptr<WireQueue> queue;
+    const std::size_t source;
     mutable std::mutex mutex;
     std::condition_variable changed;
-    std::deque<WireSample> received;
     std::shared_ptr<zmq::socket_t> socket;
     bool registered = false;
     bool unregistered = false;
     bool interrupted = false;
     unsigned long malformedCount = 0;
-    unsigned long droppedCount = 0;
 };
+
+WireQueue::WireQueue(std::size_t capacity, DropHandler onDrop)
+    : capacity(capacity == 0 ? 1 : capacity), onDrop(std::move(onDrop)) {}
+
+void WireQueue::push(WireSample sample) {
+    unsigned long droppedNow = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (received.size() >= capacity) {
+            received.pop_front();
+            droppedNow = ++droppedCount;
+        }
+        received.push_back(std::move(sample));
+    }
+    changed.notify_all();
+    if (droppedNow != 0 && onDrop) {
+        onDrop(droppedNow);
+    }
+}
+
+bool WireQueue::next(WireSample& sample, std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex);
+    if (!changed.wait_for(lock, limit, [&] { return !received.empty() || interrupted; }) || received.empty()) {
+        return false;
+    }
+    sample = std::move(received.front());
+    received.pop_front();
+    return true;
+}
+
+void WireQueue::interrupt() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        interrupted = true;
+    }
+    changed.notify_all();
+}
+
+unsigned long WireQueue::dropped() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return droppedCount;
+}
 
 WireTap::WireTap(std::shared_ptr<Reader> reader) : reader(std::move(reader)) {}
 
@@ -124,11 +154,16 @@ WireTap::~WireTap() {
 
 std::unique_ptr<WireTap> WireTap::open(const Runtime& runtime, const std::string& uri, MalformedHandler onMalformed,
                                        std::size_t capacity, DropHandler onDrop) {
+    return open(runtime, uri, std::make_shared<WireQueue>(capacity, std::move(onDrop)), 0, std::move(onMalformed));
+}
+
+std::unique_ptr<WireTap> WireTap::open(const Runtime& runtime, const std::string& uri,
+                                       std::shared_ptr<WireQueue> queue, std::size_t source,
+                                       MalformedHandler onMalformed) {
     const auto address = orlo::dabo::krin::detail::parseKrinUri(uri, false, true);
     const std::string frame = orlo::dabo::krin::detail::createFrame0(
         static_cast<std::uint32_t>(orlo::dabo::util::topicNameHash(address.topic)));
-    auto reader = std::make_shared<Reader>(runtime, frame, std::move(onMalformed), capacity == 0 ? 1 : capacity,
-                                           std::move(onDrop));
+    auto reader = std::make_shared<Reader>(runtime, frame, std::move(onMalformed), std::move(queue), source);
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> handler = reader;
     runtime->registerSubscriber(uri, frame, handler);
     std::unique_lock<std::mutex> lock(reader->mutex);
@@ -139,14 +174,7 @@ std::unique_ptr<WireTap> WireTap::open(const Runtime& runtime, const std::string
 }
 
 bool WireTap::next(WireSample& sample, std::chrono::milliseconds limit) {
-    std::unique_lock<std::mutex> lock(reader->mutex);
-    if (!reader->changed.wait_for(lock, limit, [&] { return !reader->received.empty() || reader->interrupted; }) ||
-        reader->received.empty()) {
-        return false;
-    }
-    sample = std::move(reader->received.front());
-    reader->received.pop_front();
-    return true;
+    return reader->queue->next(sample, limit);
 }
 
 void WireTap::interrupt() {
@@ -154,12 +182,11 @@ void WireTap::interrupt() {
         std::lock_guard<std::mutex> lock(reader->mutex);
         reader->interrupted = true;
     }
-    reader->changed.notify_all();
+    reader->queue->interrupt();
 }
 
 unsigned long WireTap::dropped() const {
-    std::lock_guard<std::mutex> lock(reader->mutex);
-    return reader->droppedCount;
+    return reader->queue->dropped();
 }
 
 unsigned long WireTap::malformed() const {

@@ -48,7 +48,7 @@ expect_file("${lib}/cmake/lumotypes-krin/lumotypes-krin-config.cmake")
 expect_file("${lib}/cmake/lumotypes-krin/lumotypes-krin-config-version.cmake")
 expect_file("${lib}/pkgconfig/lumotypes-krin.pc")
 expect_file("${lib}/pkgconfig/dabo-krin.pc")
-foreach(tool lumo-demo krin-tap krin-pub krin-scope)
+foreach(tool lumo-demo krin-tap krin-pub krin-scope krin-record krin-play)
   expect_file("${prefix}/bin/${tool}")
 endforeach()
 

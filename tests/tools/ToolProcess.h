@@ -152,6 +152,15 @@ public:
         return -1;
     }
 
+    /// Kills the process without warning, as a crash or `kill -9` would.
+    void kill() {
+        if (!finished) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+            finished = true;
+        }
+    }
+
     std::string out() const { return read(outPath); }
     std::string err() const { return read(errPath); }
 

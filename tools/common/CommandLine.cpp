@@ -13,9 +13,9 @@ void checkProperties(const orlo::dabo::Dabo::Properties& properties, const std::
     }
 }
 
-int runTool(const std::string& tool, const std::function<int()>& work) {
+int exitCodeOf(const std::string& tool, const std::function<int()>& work) {
     try {
-        return runUntilStopped(tool, exitOk, work);
+        return work();
     } catch (const UsageError& error) {
         std::cerr << tool << ": " << error.what() << "\n(" << tool << " --help explains the arguments)" << std::endl;
         return exitUsage;
@@ -23,6 +23,10 @@ int runTool(const std::string& tool, const std::function<int()>& work) {
         std::cerr << tool << ": " << error.what() << std::endl;
         return exitSetup;
     }
+}
+
+int runTool(const std::string& tool, const std::function<int()>& work) {
+    return exitCodeOf(tool, [&] { return runUntilStopped(tool, exitOk, work); });
 }
 
 }  // namespace lumo::tools

@@ -30,6 +30,10 @@ enum ExitCode : int {
 /// and warns on stderr of keys that neither reads.
 void checkProperties(const orlo::dabo::Dabo::Properties& properties, const std::string& tool);
 
+/// Runs `work` and turns what it throws into an exit code and a line on
+/// stderr headed by `tool`: a `UsageError` into 2, anything else into 3.
+int exitCodeOf(const std::string& tool, const std::function<int()>& work);
+
 /// Runs a tool's `work` until it returns or a signal stops it (see
 /// `runUntilStopped`) and turns what it throws into an exit code and a line
 /// on stderr: a `UsageError` into 2, anything else into 3.

@@ -8,16 +8,11 @@ RateMeter::RateMeter(std::string topic, Clock::time_point start)
     : topic(std::move(topic)), start(start), intervalStart(start) {}
 
 void RateMeter::record(std::uint32_t sampleSequence) {
-    if (seenAny && sampleSequence != static_cast<std::uint32_t>(lastSequence + 1)) {
+    const auto step = sequence.next(sampleSequence);
+    if (step.gap) {
         ++gaps;
-        // Unsigned arithmetic, so a counter that wrapped still gives the distance.
-        const std::uint32_t skipped = sampleSequence - lastSequence - 1;
-        if (skipped < 0x80000000u) {
-            missing += skipped;
-        }
+        missing += step.missing;
     }
-    seenAny = true;
-    lastSequence = sampleSequence;
     ++samples;
 }
 

@@ -5,6 +5,8 @@
 #include <ostream>
 #include <string>
 
+#include "tools/common/SequenceGaps.h"
+
 namespace lumo::tools {
 
 /// Counts samples and the gaps in their sequence numbers, and prints one line
@@ -30,8 +32,7 @@ private:
     std::string topic;
     Clock::time_point start;
     Clock::time_point intervalStart;
-    bool seenAny = false;
-    std::uint32_t lastSequence = 0;
+    SequenceGaps sequence;
     unsigned long samples = 0;
     unsigned long gaps = 0;
     unsigned long missing = 0;
