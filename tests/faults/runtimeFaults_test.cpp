@@ -23,6 +23,7 @@
 #include "../support/FreePort.h"
 #include "SoakTopic.h"
 #include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "tools/loader/PluginLoader.h"
@@ -32,6 +33,7 @@ namespace {
 using lumo::soak::Sample;
 using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 lumo::tools::PluginLoader& plugin() {
@@ -111,7 +113,7 @@ struct ObservedRuntime {
 
     explicit ObservedRuntime(KrinDaboTestHooks hooks = {}) {
         hooks.stopped = [this] { stopped.set_value(); };
-        dabo = KrinDabo::create({}, hooks);
+        dabo = KrinDaboTesting::create({}, hooks);
     }
 };
 
@@ -383,7 +385,7 @@ TEST(RuntimeFaultsTest, EndpointReleasedByTheRuntimeButTakenByAnotherSocketMeanw
     KrinDaboTestHooks hooks;
     // The register call returns once REGISTERED is out, or given up.
     hooks.registeredBeforeRegisterReturns = true;
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     const std::string endpoint = "tcp://127.0.0.1:" + std::to_string(lumo::test::freePort());
     auto handler = std::make_shared<CountingHandler>();
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> weak = handler;

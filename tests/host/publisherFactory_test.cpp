@@ -19,7 +19,7 @@
 
 #include "FreePort.h"
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/qos/QoS.h"
 #include "lumotypes/Lumotypes.h"
@@ -34,6 +34,7 @@ namespace {
 using namespace std::chrono_literals;
 using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 template <typename T>
@@ -153,7 +154,7 @@ TEST(PublisherFactoryHostTest, RefusedUriThrowsDaboExceptionCaughtByType) {
 TEST(PublisherFactoryHostTest, RuntimeThatNeverRegistersMakesTheFactoryThrowAfterTheEventTimeout) {
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto factory = publisherFactory<lumotypes::Dummy>("Dummy");
     ASSERT_NE(factory, nullptr);
     const auto start = std::chrono::steady_clock::now();

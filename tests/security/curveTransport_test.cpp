@@ -20,6 +20,7 @@
 #include "FreePort.h"
 #include "HostFactories.h"
 #include "CapturingAppender.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/util/DaboUtil.h"
@@ -28,6 +29,7 @@ namespace {
 
 using lumo::security::Runtime;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using Sample = lumotypes::Dummy;
 
@@ -115,7 +117,7 @@ protected:
         if (!authorizedKeys.empty()) {
             properties["krin.runtime.curve.authorizedKeys"] = authorizedKeys;
         }
-        return KrinDabo::create(properties, hooks);
+        return KrinDaboTesting::create(properties, hooks);
     }
 
     Joins joins;

@@ -32,6 +32,7 @@ namespace {
 using lumo::security::Runtime;
 using lumo::test::WirePeer;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using Sample = lumotypes::HokuTopicIn;
 
@@ -203,7 +204,7 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
         joinedChanged.notify_all();
     };
     const Runtime publishing =
-        KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}}, hooks);
+        KrinDaboTesting::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}}, hooks);
     const std::string port = std::to_string(lumo::test::freePort());
     const std::string path = "/security/oversizeSubscription";
     auto publisher = lumo::security::publisherOf<lumotypes::Dummy>("Dummy", "krin.ps://127.0.0.1:" + port + path, {},

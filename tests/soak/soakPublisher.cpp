@@ -25,6 +25,7 @@
 #include <thread>
 
 #include "SoakTopic.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 #include "tools/loader/PluginLoader.h"
@@ -32,6 +33,7 @@
 namespace {
 
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 /// Subscriptions seen at the endpoint, per topic frame.
@@ -120,7 +122,7 @@ int main(int argc, char** argv) {
     };
     // Five seconds of a 20000-per-second stream fit into the endpoint's
     // queue, so that a busy machine's scheduling pauses do not drop samples.
-    auto dabo = KrinDabo::create({{"krin.runtime.highWaterMark", "100000"}}, hooks);
+    auto dabo = KrinDaboTesting::create({{"krin.runtime.highWaterMark", "100000"}}, hooks);
     auto factory = plugin.factory<std::remove_pointer_t<lumo::soak::PublisherFactory>>("Publisher", lumo::soak::topic);
     std::shared_ptr<orlo::dabo::ps::Publisher<lumo::soak::Sample>> stream(
         factory(lumo::soak::uriOf(port, lumo::soak::streamPath), {}, {}, dabo));

@@ -4,9 +4,11 @@
 #include <future>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "KrinRuntime.h"
+#include "dabo/krin/detail/RuntimeSeam.h"
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
@@ -35,10 +37,8 @@ bool isEmpty(const std::weak_ptr<EventsHandler>& handler) {
     return !handler.owner_before(none) && !none.owner_before(handler);
 }
 
-void observeCall(const KrinDaboTestHooks& hooks, const char* operation, bool handlerEmpty) {
-    if (hooks.callObserver) {
-        hooks.callObserver(operation, handlerEmpty);
-    }
+bool isImmediate(const EventDelivery& delivery) {
+    return delivery.mode == EventDelivery::Mode::Immediately;
 }
 
 /// Event threads of runtimes whose last reference was dropped on that very
@@ -89,16 +89,13 @@ constexpr std::chrono::milliseconds deliveryWait{5000};
 }  // namespace
 
 std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties) {
-    return create(properties, KrinDaboTestHooks{});
+    return std::shared_ptr<KrinDabo>(new KrinDabo(properties, std::make_shared<RuntimeSeam>()));
 }
 
-std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties,
-                                           const KrinDaboTestHooks& testHooks) {
-    return std::shared_ptr<KrinDabo>(new KrinDabo(properties, testHooks));
-}
-
-KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks)
-    : properties(properties), runtime(std::make_shared<KrinRuntime>(testHooks, highWaterMarkOf(properties), KrinSocketOptions(properties))) {
+KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_ptr<RuntimeSeam> seam)
+    : properties(properties),
+      runtime(std::make_shared<KrinRuntime>(std::move(seam), highWaterMarkOf(properties),
+                                            KrinSocketOptions(properties))) {
     std::promise<void> ready;
     std::future<void> started = ready.get_future();
     // The thread shares the runtime's state, so that it can finish on its own
@@ -126,7 +123,7 @@ KrinDabo::~KrinDabo() {
 }
 
 std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
-    observeCall(runtime->hooks(), "createDealer", false);
+    runtime->seam().called("createDealer", false);
     auto dealer = std::make_unique<zmq::socket_t>(runtime->context(), zmq::socket_type::dealer);
     dealer->set(zmq::sockopt::linger, 0);
     dealer->set(zmq::sockopt::sndhwm, runtime->highWaterMark());
@@ -139,37 +136,37 @@ std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
 void KrinDabo::registerPublisher(const std::string& endpoint, const std::string& identity,
                                  std::weak_ptr<EventsHandler>& handler,
                                  const orlo::dabo::Dabo::Properties& /*properties*/) {
-    observeCall(runtime->hooks(), "registerPublisher", isEmpty(handler));
+    runtime->seam().called("registerPublisher", isEmpty(handler));
     if (endpoint.rfind("tcp://", 0) != 0) {
         throw DaboException("Invalid endpoint '" + endpoint + "': not tcp://HOST:PORT");
     }
     post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
-         runtime->hooks().registered, runtime->hooks().registeredBeforeRegisterReturns);
+         isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
 }
 
 void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
                                    std::weak_ptr<EventsHandler>& handler) {
-    observeCall(runtime->hooks(), "unregisterPublisher", isEmpty(handler));
+    runtime->seam().called("unregisterPublisher", isEmpty(handler));
     post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
-         isEmpty(handler) ? EventDelivery::withheld() : runtime->hooks().unregistered, false);
+         !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
 void KrinDabo::registerSubscriber(const std::string& uri, const std::string& topicIdFrame,
                                   std::weak_ptr<EventsHandler>& handler) {
-    observeCall(runtime->hooks(), "registerSubscriber", isEmpty(handler));
+    runtime->seam().called("registerSubscriber", isEmpty(handler));
     const KrinTopicAddress address = parseKrinUri(uri, false, true);
     post(RuntimeCommand{RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr,
                         handler, nullptr},
-         runtime->hooks().registered, runtime->hooks().registeredBeforeRegisterReturns);
+         isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
 }
 
 void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
-    observeCall(runtime->hooks(), "unregisterSubscriber", isEmpty(handler));
+    runtime->seam().called("unregisterSubscriber", isEmpty(handler));
     post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr},
-         isEmpty(handler) ? EventDelivery::withheld() : runtime->hooks().unregistered, false);
+         !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
-void KrinDabo::post(RuntimeCommand command, const EventDelivery& delivery, bool waitEvenIfDelayed) {
+void KrinDabo::post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed) {
     // A call whose event is delivered at once returns only when that delivery
     // has returned too, so that the runtime's thread holds no reference to the
     // caller's object any more: a host that drops the object right after the
@@ -177,8 +174,7 @@ void KrinDabo::post(RuntimeCommand command, const EventDelivery& delivery, bool 
     // the host goes on (or ends). Not on the runtime's own thread, which
     // would wait for itself, and never longer than a caller waits for the
     // event anyway.
-    const bool immediate = delivery.mode == EventDelivery::Mode::Immediately;
-    const bool wait = (immediate || waitEvenIfDelayed) && std::this_thread::get_id() != thread.get_id();
+    const bool wait = (eventImmediate || waitEvenIfDelayed) && std::this_thread::get_id() != thread.get_id();
     std::future<void> done;
     if (wait) {
         command.registrationDone = std::make_shared<std::promise<void>>();

@@ -7,11 +7,11 @@
 
 #include "dabo/Dabo.h"
 #include "dabo/krin/detail/EventsHandler.h"
-#include "dabo/krin/detail/KrinDaboTestHooks.h"
 
 namespace orlo::dabo::krin::detail {
 
 class KrinRuntime;
+class RuntimeSeam;
 struct RuntimeCommand;
 
 /// The per-process transport runtime: one ZeroMQ context and one event thread.
@@ -43,8 +43,6 @@ struct RuntimeCommand;
 class KrinDabo : public orlo::dabo::Dabo {
 public:
     static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties);
-    static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties,
-                                            const KrinDaboTestHooks& testHooks);
 
     ~KrinDabo() override;
     KrinDabo(const KrinDabo&) = delete;
@@ -83,11 +81,16 @@ public:
     std::thread::id eventThreadId() const { return thread.get_id(); }
 
 private:
-    KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks);
+    /// Tests create runtimes with a seam of their own, through a header that
+    /// is not installed.
+    friend class KrinDaboTesting;
+
+    KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_ptr<RuntimeSeam> seam);
 
     /// Hands `command` to the runtime's thread; waits for the delivery of its
-    /// event when that is immediate, or in any case if `waitEvenIfDelayed`.
-    void post(RuntimeCommand command, const EventDelivery& delivery, bool waitEvenIfDelayed);
+    /// event when that is immediate (`eventImmediate`), or in any case if
+    /// `waitEvenIfDelayed`.
+    void post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed);
 
     orlo::dabo::Dabo::Properties properties;
     std::shared_ptr<KrinRuntime> runtime;
