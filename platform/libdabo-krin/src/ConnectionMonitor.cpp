@@ -1,5 +1,8 @@
 #include "ConnectionMonitor.h"
 
+#include <netdb.h>
+#include <sys/socket.h>
+
 #include <log4cplus/loggingmacros.h>
 
 #include <atomic>
@@ -13,8 +16,25 @@ namespace orlo::dabo::krin::detail {
 
 namespace {
 
-constexpr int watchedEvents = ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
-                              ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
+constexpr int failedHandshakeEvents =
+    ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
+constexpr int watchedEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_DISCONNECTED | failedHandshakeEvents;
+
+/// "IP:PORT" of the peer of a connection's descriptor, or "an unknown address".
+std::string peerAddressOf(int descriptor) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        return "an unknown address";
+    }
+    char host[NI_MAXHOST];
+    char port[NI_MAXSERV];
+    if (getnameinfo(reinterpret_cast<sockaddr*>(&address), length, host, sizeof host, port, sizeof port,
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+        return "an unknown address";
+    }
+    return address.ss_family == AF_INET6 ? std::string("[") + host + "]:" + port : std::string(host) + ":" + port;
+}
 
 // Bounds the work of one turn of the runtime's loop, as for its other sockets.
 constexpr int maxEventsPerTurn = 256;
@@ -64,23 +84,41 @@ void ConnectionMonitor::serve() {
             continue;
         }
         std::uint16_t number = 0;
+        std::uint32_t value = 0;
         std::memcpy(&number, event.data(), sizeof number);
-        if (number == ZMQ_EVENT_DISCONNECTED) {
+        if (event.size() >= sizeof number + sizeof value) {
+            std::memcpy(&value, event.data<char>() + sizeof number, sizeof value);
+        }
+        const int descriptor = static_cast<int>(value);
+        if (number == ZMQ_EVENT_ACCEPTED) {
+            // Asked now, while the descriptor is still this connection's.
+            peers[descriptor] = peerAddressOf(descriptor);
+        } else if (number == ZMQ_EVENT_DISCONNECTED) {
+            const auto peer = peers.find(descriptor);
+            const std::string address = peer != peers.end() ? peer->second : "an unknown address";
+            if (peer != peers.end()) {
+                peers.erase(peer);
+            }
             if (failedHandshakes > 0) {
                 --failedHandshakes;
             } else {
-                dropped();
+                dropped(address);
             }
-        } else if ((number & watchedEvents) != 0) {
+        } else if ((number & failedHandshakeEvents) != 0) {
             ++failedHandshakes;
         }
     }
 }
 
-void ConnectionMonitor::dropped() {
+void ConnectionMonitor::dropped(const std::string& peerAddress) {
     if (side == Side::Publishing) {
-        LOG4CPLUS_ERROR(logger, "Connection of a subscriber at " << endpoint << " dropped: a message above krin.runtime.maxMessageSize="
-                                                                 << maxMessageSize << " bytes, or the peer went away");
+        // Subscribers come and go; a line per peer and interval at most.
+        if (logLimiter.admit(peerAddress, std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Connection of a subscriber from " << peerAddress << " at " << endpoint
+                                                                      << " dropped: a subscription above "
+                                                                      << maxMessageSize
+                                                                      << " bytes, or the peer went away");
+        }
         return;
     }
     LOG4CPLUS_ERROR(logger, "Connection to " << endpoint << " dropped: a message above krin.runtime.maxMessageSize="

@@ -2,8 +2,11 @@
 
 #include <log4cplus/logger.h>
 
+#include <map>
 #include <string>
 #include <zmq.hpp>
+
+#include "LogLimiter.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -18,6 +21,10 @@ namespace orlo::dabo::krin::detail {
 /// apart. So every connection that is dropped after a completed handshake is
 /// logged at ERROR, naming both causes. Connections whose handshake failed
 /// (a wrong or refused key) are not: their end is reported where they fail.
+///
+/// On an XPUB the limit is the one for subscriptions, and the line, a WARN
+/// at most once per peer and interval, names the peer's address (taken when
+/// the connection was accepted).
 ///
 /// ZeroMQ does not reconnect a connecting socket after such a drop, so a
 /// subscriber would never hear from that publisher again. A SUB's monitor
@@ -35,6 +42,7 @@ public:
         Subscribing,
     };
 
+    /// `maxMessageSize`: the limit of the watched socket, for the log lines.
     ConnectionMonitor(zmq::context_t& context, zmq::socket_t& watched, Side side, std::string endpoint,
                       long maxMessageSize);
     /// Stops watching; the watched socket must still be open.
@@ -49,7 +57,7 @@ public:
     void serve();
 
 private:
-    void dropped();
+    void dropped(const std::string& peerAddress);
 
     zmq::socket_t& watched;
     Side side;
@@ -59,6 +67,9 @@ private:
     zmq::socket_t monitor;
     /// Handshakes that failed and whose connection's end is still to come.
     int failedHandshakes = 0;
+    /// The peer address of each accepted connection, by its descriptor.
+    std::map<int, std::string> peers;
+    LogLimiter logLimiter;
 };
 
 }  // namespace orlo::dabo::krin::detail

@@ -9,17 +9,8 @@
 #include "DealerForwarding.h"
 #include "PollSet.h"
 #include "SocketSetup.h"
-#include "dabo/krin/detail/RuntimeSeam.h"
-#include "dabo/util/DaboUtil.h"
 
 namespace orlo::dabo::krin::detail {
-
-namespace {
-
-// Bounds the work of one turn of the runtime's loop, as for its other sockets.
-constexpr int maxMessagesPerTurn = 1024;
-
-}  // namespace
 
 void PublishingEndpoints::bind(const std::string& endpoint) {
     if (endpoints.count(endpoint) != 0) {
@@ -28,21 +19,20 @@ void PublishingEndpoints::bind(const std::string& endpoint) {
     auto xpub = std::make_unique<zmq::socket_t>(ctx.zmqContext, zmq::socket_type::xpub);
     xpub->set(zmq::sockopt::linger, 0);
     xpub->set(zmq::sockopt::sndhwm, ctx.highWaterMark);
-    // Every subscriber's subscription reaches the runtime, not only a
-    // topic's first, so that joins can be observed one by one.
+    // Every subscription reaches the runtime, which decides whether the
+    // XPUB takes it (SubscriptionGate); joins are observed one by one.
     xpub->set(zmq::sockopt::xpub_verbose, 1);
+    xpub->set(zmq::sockopt::xpub_manual, 1);
     ctx.socketOptions.applyToPublishing(*xpub);
     allowIpv6For(*xpub, endpoint);
     // Watching from before the bind, so that no connection goes unseen;
     // declared after the socket, so that it stops first.
-    std::unique_ptr<ConnectionMonitor> monitor;
-    if (ctx.socketOptions.messageSizeLimit() > 0) {
-        monitor = std::make_unique<ConnectionMonitor>(ctx.zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
-                                                      endpoint, ctx.socketOptions.messageSizeLimit());
-    }
+    auto monitor = std::make_unique<ConnectionMonitor>(ctx.zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
+                                                       endpoint, ctx.socketOptions.subscriptionSizeLimit());
     xpub->bind(endpoint);
     LOG4CPLUS_TRACE(ctx.logger, "Bound endpoint " << endpoint);
-    endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor)});
+    endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor),
+                                         std::make_unique<SubscriptionGate>(endpoint, ctx.seam, ctx.logger)});
     ctx.pollSet.invalidate();
 }
 
@@ -88,12 +78,9 @@ void PublishingEndpoints::release(const std::string& endpoint) {
 
 void PublishingEndpoints::addTo(PollSet& pollSet) {
     for (auto& entry : endpoints) {
-        const std::string& endpoint = entry.first;
         Endpoint& bound = entry.second;
-        pollSet.add(*bound.xpub, &bound, [this, &endpoint, &bound] { readSubscriptions(endpoint, *bound.xpub); });
-        if (bound.monitor) {
-            pollSet.add(bound.monitor->socket(), &bound, [&bound] { bound.monitor->serve(); });
-        }
+        pollSet.add(*bound.xpub, &bound, [&bound] { bound.gate->serve(*bound.xpub); });
+        pollSet.add(bound.monitor->socket(), &bound, [&bound] { bound.monitor->serve(); });
     }
 }
 
@@ -103,25 +90,6 @@ void PublishingEndpoints::closeAll() {
     }
     publishers.clear();
     endpoints.clear();
-}
-
-void PublishingEndpoints::readSubscriptions(const std::string& endpoint, zmq::socket_t& xpub) {
-    for (int n = 0; n < maxMessagesPerTurn; ++n) {
-        zmq::message_t subscription;
-        if (!xpub.recv(subscription, zmq::recv_flags::dontwait)) {
-            return;
-        }
-        if (subscription.size() == 0) {
-            continue;
-        }
-        const bool subscribed = subscription.data<unsigned char>()[0] == 1;
-        const std::string filter(subscription.data<char>() + 1, subscription.size() - 1);
-        if (ctx.logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
-            LOG4CPLUS_TRACE(ctx.logger, (subscribed ? "Subscription to " : "Unsubscription from ")
-                                            << orlo::dabo::util::hexStr(filter) << " on " << endpoint);
-        }
-        ctx.seam.subscriptionSeen(endpoint, subscribed, filter);
-    }
 }
 
 }  // namespace orlo::dabo::krin::detail

@@ -10,6 +10,7 @@
 
 #include "ConnectionMonitor.h"
 #include "KrinSocketOptions.h"
+#include "SubscriptionGate.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -54,14 +55,12 @@ private:
     struct Endpoint {
         std::unique_ptr<zmq::socket_t> xpub;
         int publishers = 0;
-        /// While a message size limit is set; declared after the socket it
-        /// watches, so that it stops first.
+        /// Declared after the socket it watches, so that it stops first.
         std::unique_ptr<ConnectionMonitor> monitor;
+        std::unique_ptr<SubscriptionGate> gate;
     };
 
     void release(const std::string& endpoint);
-    /// Reads the subscriptions that reach an XPUB, up to a bound per call.
-    void readSubscriptions(const std::string& endpoint, zmq::socket_t& xpub);
 
     Context ctx;
     std::map<std::string, Endpoint> endpoints;
