@@ -248,6 +248,27 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
     publisher->close();
 }
 
+TEST(MaxMessageSizeTest, WithoutThePropertyAMessageAbove64MiBIsRefusedNamingThePropertyAndTheLimit) {
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
+    const Runtime dabo = KrinDabo::create({});
+    WirePeer hostile;
+    const std::string path = "/security/defaultLimit";
+    auto subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", hostile.uri(path), {}, dabo);
+    std::vector<std::uint32_t> seen;
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 1, seen));
+
+    std::vector<std::string> oversize = message(path, 666, 4);
+    oversize[2] = std::string(64 * 1024 * 1024 + 1, '\0');
+    hostile.send(oversize);
+    ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, "Connection to " + hostile.endpoint() +
+                                                          " dropped: a message above krin.runtime.maxMessageSize=" +
+                                                          std::to_string(64 * 1024 * 1024) +
+                                                          " bytes, or the peer went away"));
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 2, seen));
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 666u), 0);
+    subscriber->close();
+}
+
 TEST(MaxMessageSizeTest, PeerThatGoesAwayIsLoggedOnlyWhileALimitIsSet) {
     lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string path = "/security/peerGone";
