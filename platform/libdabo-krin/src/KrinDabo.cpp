@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KrinRuntime.h"
+#include "ProtobufLogRouting.h"
 #include "dabo/krin/detail/RuntimeSeam.h"
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinHelpers.h"
@@ -96,6 +97,8 @@ KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_p
     : properties(properties),
       runtime(std::make_shared<KrinRuntime>(std::move(seam), highWaterMarkOf(properties),
                                             KrinSocketOptions(properties))) {
+    // Protocol Buffers' complaints about refused payloads go to the log too.
+    routeProtobufLogging();
     std::promise<void> ready;
     std::future<void> started = ready.get_future();
     // The thread shares the runtime's state, so that it can finish on its own
