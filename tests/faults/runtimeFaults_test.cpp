@@ -411,7 +411,13 @@ TEST(RuntimeFaultsTest, EndpointReleasedByTheRuntimeButTakenByAnotherSocketMeanw
     }
     ASSERT_TRUE(taken);
 
-    dabo->registerPublisher(endpoint, identity, weak, {});
+    try {
+        dabo->registerPublisher(endpoint, identity, weak, {});
+        FAIL() << "a bind of a port held elsewhere was not refused after the retries";
+    } catch (const orlo::dabo::DaboException& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("Failed to bind endpoint " + endpoint + ": Address already in use (", 0),
+                  0u);
+    }
     EXPECT_EQ(handler->count(REGISTERED), 1);
     EXPECT_EQ(log.errors(), std::vector<std::string>{"Failed to bind endpoint " + endpoint + ": Address already in use"});
     dealer->close();

@@ -448,7 +448,14 @@ TEST_F(KrinDaboTest, FailedBindIsLoggedWithEndpointAndErrorAndNotConfirmed) {
     auto refused = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> refusedHandler = refused;
     auto secondDealer = second->createDealer();
-    second->registerPublisher(endpoint, getSocketIdentity(*secondDealer), refusedHandler, {});
+    try {
+        second->registerPublisher(endpoint, getSocketIdentity(*secondDealer), refusedHandler, {});
+        FAIL() << "a bind of a port held elsewhere was not refused";
+    } catch (const orlo::dabo::DaboException& e) {
+        EXPECT_EQ(std::string(e.what()), "Failed to bind endpoint " + endpoint +
+                                             ": Address already in use (another program, or another runtime, holds "
+                                             "that port)");
+    }
     flush(*second);
 
     EXPECT_EQ(refused->count(REGISTERED), 0u);
@@ -463,7 +470,15 @@ TEST_F(KrinDaboTest, BindToAnUnknownInterfaceIsLoggedAndNotConfirmed) {
     auto dealer = dabo->createDealer();
     const std::string endpoint = "tcp://no-such-interface0:" + std::to_string(freePort());
 
-    dabo->registerPublisher(endpoint, getSocketIdentity(*dealer), handler, {});
+    try {
+        dabo->registerPublisher(endpoint, getSocketIdentity(*dealer), handler, {});
+        FAIL() << "a bind of an unknown interface was not refused";
+    } catch (const orlo::dabo::DaboException& e) {
+        EXPECT_EQ(std::string(e.what()), "Failed to bind endpoint " + endpoint +
+                                             ": No such device ('no-such-interface0' is neither an IP address nor a "
+                                             "network interface of this machine; a publisher binds, so give one of its "
+                                             "addresses, an interface name, or * for all)");
+    }
     flush(*dabo);
 
     EXPECT_EQ(refused->count(REGISTERED), 0u);

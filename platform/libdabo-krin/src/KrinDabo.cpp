@@ -143,14 +143,23 @@ void KrinDabo::registerPublisher(const std::string& endpoint, const std::string&
     if (endpoint.rfind("tcp://", 0) != 0) {
         throw DaboException("Invalid endpoint '" + endpoint + "': not tcp://HOST:PORT");
     }
-    post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
-         isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
+    // The runtime's thread binds the endpoint while the caller waits; a bind
+    // that fails for a known cause fails this call at once, in words, instead
+    // of leaving the publisher to wait for a REGISTERED that cannot come.
+    auto bindFailure = std::make_shared<std::string>();
+    const bool finished =
+        post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr,
+                            bindFailure},
+             isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
+    if (finished && !bindFailure->empty()) {
+        throw DaboException(*bindFailure);
+    }
 }
 
 void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
                                    std::weak_ptr<EventsHandler>& handler) {
     runtime->seam().called("unregisterPublisher", isEmpty(handler));
-    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr, nullptr},
          !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
@@ -159,17 +168,17 @@ void KrinDabo::registerSubscriber(const std::string& uri, const std::string& top
     runtime->seam().called("registerSubscriber", isEmpty(handler));
     const KrinTopicAddress address = parseKrinUri(uri, false, true);
     post(RuntimeCommand{RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr,
-                        handler, nullptr},
+                        handler, nullptr, nullptr},
          isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
 }
 
 void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
     runtime->seam().called("unregisterSubscriber", isEmpty(handler));
-    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr},
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr, nullptr},
          !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
-void KrinDabo::post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed) {
+bool KrinDabo::post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed) {
     // A call whose event is delivered at once returns only when that delivery
     // has returned too, so that the runtime's thread holds no reference to the
     // caller's object any more: a host that drops the object right after the
@@ -184,13 +193,14 @@ void KrinDabo::post(RuntimeCommand command, bool eventImmediate, bool waitEvenIf
         done = command.registrationDone->get_future();
     }
     runtime->post(std::move(command));
-    if (wait) {
-        if (waitEvenIfDelayed) {
-            done.wait();
-        } else {
-            done.wait_for(deliveryWait);
-        }
+    if (!wait) {
+        return false;
     }
+    if (waitEvenIfDelayed) {
+        done.wait();
+        return true;
+    }
+    return done.wait_for(deliveryWait) == std::future_status::ready;
 }
 
 }  // namespace orlo::dabo::krin::detail

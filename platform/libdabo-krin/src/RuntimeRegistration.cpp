@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "BindFailure.h"
 #include "KrinRuntime.h"
 
 namespace orlo::dabo::krin::detail {
@@ -54,6 +55,9 @@ void KrinRuntime::registerPublisher(RuntimeCommand& command, std::chrono::steady
             return;
         }
         LOG4CPLUS_ERROR(logger, "Failed to bind endpoint " << command.endpoint << ": " << e.what());
+        if (command.bindFailure) {
+            *command.bindFailure = describeBindFailure(command.endpoint, e);
+        }
         return;
     }
     endpoints->attach(command.identity, command.endpoint);

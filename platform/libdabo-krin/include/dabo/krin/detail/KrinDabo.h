@@ -55,7 +55,9 @@ public:
     /// Forwards the frames of the dealer `identity` to `endpoint`
     /// ("tcp://HOST:PORT", HOST "*" for all interfaces), binding it if this
     /// runtime has not yet. Then REGISTERED, with an empty socket. A failed
-    /// bind is logged at ERROR and no REGISTERED follows.
+    /// bind is logged at ERROR and no REGISTERED follows; the call throws a
+    /// DaboException that says why ("Failed to bind endpoint ENDPOINT:
+    /// ERROR (MEANING)"), unless it is made on the event thread.
     void registerPublisher(const std::string& endpoint, const std::string& identity,
                            std::weak_ptr<EventsHandler>& handler, const orlo::dabo::Dabo::Properties& properties);
 
@@ -89,8 +91,8 @@ private:
 
     /// Hands `command` to the runtime's thread; waits for the delivery of its
     /// event when that is immediate (`eventImmediate`), or in any case if
-    /// `waitEvenIfDelayed`.
-    void post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed);
+    /// `waitEvenIfDelayed`. True if it waited and the command is done.
+    bool post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed);
 
     orlo::dabo::Dabo::Properties properties;
     std::shared_ptr<KrinRuntime> runtime;
