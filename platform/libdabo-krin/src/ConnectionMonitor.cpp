@@ -1,6 +1,7 @@
 #include "ConnectionMonitor.h"
 
 #include <netdb.h>
+#include <sstream>
 #include <sys/socket.h>
 
 #include <log4cplus/loggingmacros.h>
@@ -18,7 +19,8 @@ namespace {
 
 constexpr int failedHandshakeEvents =
     ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
-constexpr int watchedEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_DISCONNECTED | failedHandshakeEvents;
+constexpr int watchedEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_CONNECTED | ZMQ_EVENT_HANDSHAKE_SUCCEEDED |
+                              ZMQ_EVENT_DISCONNECTED | failedHandshakeEvents;
 
 /// "IP:PORT" of the peer of a connection's descriptor, or "an unknown address".
 std::string peerAddressOf(int descriptor) {
@@ -93,21 +95,76 @@ void ConnectionMonitor::serve() {
         if (number == ZMQ_EVENT_ACCEPTED) {
             // Asked now, while the descriptor is still this connection's.
             peers[descriptor] = peerAddressOf(descriptor);
+        } else if (number == ZMQ_EVENT_CONNECTED) {
+            handshakeCompleted = false;
+        } else if (number == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
+            handshakeCompleted = true;
         } else if (number == ZMQ_EVENT_DISCONNECTED) {
             const auto peer = peers.find(descriptor);
             const std::string address = peer != peers.end() ? peer->second : "an unknown address";
             if (peer != peers.end()) {
                 peers.erase(peer);
             }
-            if (failedHandshakes > 0) {
-                --failedHandshakes;
-            } else {
-                dropped(address);
-            }
+            disconnected(address);
         } else if ((number & failedHandshakeEvents) != 0) {
-            ++failedHandshakes;
+            handshakeFailed(number, value);
         }
     }
+}
+
+void ConnectionMonitor::disconnected(const std::string& peerAddress) {
+    if (!failedHandshakes.empty()) {
+        // The end of a connection whose handshake failed: said now, with the
+        // peer's address, on the side that refused it.
+        const std::string reason = failedHandshakes.front();
+        failedHandshakes.pop_front();
+        if (side == Side::Publishing && !reason.empty() &&
+            logLimiter.admit("handshake " + peerAddress + reason, std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Handshake of a subscriber from " << peerAddress << " at " << endpoint
+                                                                     << " failed: " << reason);
+        }
+        return;
+    }
+    if (side == Side::Subscribing && !handshakeCompleted) {
+        // The publisher closed the connection before the handshake was over,
+        // which is how a CURVE server answers a client with the wrong key.
+        if (logLimiter.admit("unfinished", std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Handshake with " << endpoint
+                                                     << " failed: the publisher closed the connection before it was "
+                                                        "complete (is krin.runtime.curve.serverPublicKey the "
+                                                        "publishing runtime's public key, and do both sides use CURVE?)");
+        }
+        return;
+    }
+    dropped(peerAddress);
+}
+
+void ConnectionMonitor::handshakeFailed(std::uint16_t event, std::uint32_t value) {
+    std::string reason;
+    if (event == ZMQ_EVENT_HANDSHAKE_FAILED_AUTH) {
+        // The authentication handler has named the refused key already.
+        if (side == Side::Subscribing) {
+            reason = "the publishing runtime refused this subscriber's CURVE key (status " + std::to_string(value) +
+                     "): it is not in that runtime's krin.runtime.curve.authorizedKeys";
+        }
+    } else if (event == ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL) {
+        std::ostringstream code;
+        code << std::hex << std::showbase << value;
+        reason = "protocol error " + code.str() + ", as with CURVE keys that do not match or CURVE on one side only";
+    } else {
+        reason = zmq_strerror(static_cast<int>(value));
+        if (side == Side::Subscribing) {
+            reason += " (is krin.runtime.curve.serverPublicKey the publishing runtime's public key, and do both "
+                      "sides use CURVE?)";
+        }
+    }
+    if (side == Side::Subscribing) {
+        if (!reason.empty() && logLimiter.admit("handshake " + reason, std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Handshake with " << endpoint << " failed: " << reason);
+        }
+        reason.clear();
+    }
+    failedHandshakes.push_back(reason);
 }
 
 void ConnectionMonitor::dropped(const std::string& peerAddress) {

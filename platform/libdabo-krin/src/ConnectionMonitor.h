@@ -2,6 +2,8 @@
 
 #include <log4cplus/logger.h>
 
+#include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <zmq.hpp>
@@ -57,6 +59,8 @@ public:
     void serve();
 
 private:
+    void disconnected(const std::string& peerAddress);
+    void handshakeFailed(std::uint16_t event, std::uint32_t value);
     void dropped(const std::string& peerAddress);
 
     zmq::socket_t& watched;
@@ -65,8 +69,11 @@ private:
     long maxMessageSize;
     log4cplus::Logger logger;
     zmq::socket_t monitor;
-    /// Handshakes that failed and whose connection's end is still to come.
-    int failedHandshakes = 0;
+    /// Handshakes that failed and whose connection's end is still to come,
+    /// with what the publishing side is still to say about each.
+    std::deque<std::string> failedHandshakes;
+    /// A SUB's current connection got through its handshake.
+    bool handshakeCompleted = false;
     /// The peer address of each accepted connection, by its descriptor.
     std::map<int, std::string> peers;
     LogLimiter logLimiter;
