@@ -39,7 +39,8 @@ struct RuntimeCommand;
 /// no limit) sets the high-water marks of the dealers, the ROUTER, the XPUBs
 /// and the SUB sockets. "krin.runtime.maxMessageSize" and the CURVE keys
 /// "krin.runtime.curve.*" shape the sockets towards other processes
-/// (KrinSocketOptions.h); both are off by default.
+/// (KrinSocketOptions.h): the message limit is 64 MiB unless set (-1 for
+/// none), CURVE is off unless keys are given.
 class KrinDabo : public orlo::dabo::Dabo {
 public:
     static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties);
