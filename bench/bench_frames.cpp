@@ -30,7 +30,7 @@
 #include <vector>
 #include <zmq.hpp>
 
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 #include "tools/common/FreePort.h"
@@ -225,7 +225,7 @@ double runThroughRuntime(const char* self, unsigned long samples) {
         subscribed = subscribed || isSubscription;
         joined.notify_all();
     };
-    auto dabo = KrinDabo::create(unlimited, hooks);
+    auto dabo = KrinDaboTesting::create(unlimited, hooks);
     auto dealer = dabo->createDealer();
     auto registration = std::make_shared<Registration>();
     std::weak_ptr<EventsHandler> handler = registration;

@@ -13,8 +13,9 @@ const std::vector<PropertyInfo>& knownProperties() {
          "accept payloads whose header names another type (`true`/`false`, any case)"},
         {highWaterMark, "runtime", "1000",
          "messages queued per socket (dealers, ROUTER, XPUBs, SUBs); 0 for no limit"},
-        {maxMessageSize, "runtime", "-1",
-         "largest message a socket accepts from another process, in bytes; -1 for no limit"},
+        {maxMessageSize, "runtime", "67108864 (64 MiB)",
+         "largest message a subscriber's socket accepts from another process, in bytes; -1 for no limit. A "
+         "publishing endpoint takes no message above 512 bytes from its subscribers whatever the value"},
         {curveServerSecretKey, "runtime", "none",
          "secret key (Z85, 40 characters) of a publishing runtime's endpoints; makes them CURVE servers"},
         {curveServerPublicKey, "runtime", "none",
@@ -37,7 +38,7 @@ bool booleanValue(const orlo::dabo::Dabo::Properties& given, const std::string& 
 std::vector<std::string> checkProperties(const orlo::dabo::Dabo::Properties& given) {
     // The same readers, with the same messages, as the runtime and the factories use.
     orlo::dabo::util::getLongProperty(given, highWaterMark, 0);
-    orlo::dabo::util::getLongProperty(given, maxMessageSize, -1);
+    orlo::dabo::util::getLongProperty(given, maxMessageSize, 64L * 1024 * 1024);
     orlo::dabo::util::getLongProperty(given, slowJoinerDelayMs, 0);
     booleanValue(given, disableTypeHashCheck, false);
     std::vector<std::string> unread;

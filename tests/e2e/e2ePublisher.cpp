@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "E2eSamples.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/qos/QoS.h"
@@ -23,6 +23,7 @@
 namespace {
 
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 /// Counts the subscriptions that the runtime's bound endpoint sees, per topic frame.
@@ -73,7 +74,7 @@ int main(int argc, char** argv) {
     hooks.subscriptionObserver = [joins](const std::string&, bool subscribed, const std::string& filter) {
         joins->record(subscribed, filter);
     };
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     const auto makeCentError = lumo::e2e::centErrorMaker(plugin);
 
     std::vector<std::shared_ptr<void>> publishers;

@@ -24,6 +24,7 @@
 #include "SoakTopic.h"
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "lumotypes/host/Plugin.h"
@@ -33,6 +34,7 @@ namespace {
 using lumo::soak::Sample;
 using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 lumotypes::host::Plugin& plugin() {
@@ -114,7 +116,7 @@ struct ObservedRuntime {
 
     explicit ObservedRuntime(KrinDaboTestHooks hooks = {}) {
         hooks.stopped = [this] { stopped.set_value(); };
-        dabo = KrinDabo::create({}, hooks);
+        dabo = KrinDaboTesting::create({}, hooks);
     }
 };
 
@@ -386,7 +388,7 @@ TEST(RuntimeFaultsTest, EndpointReleasedByTheRuntimeButTakenByAnotherSocketMeanw
     KrinDaboTestHooks hooks;
     // The register call returns once REGISTERED is out, or given up.
     hooks.registeredBeforeRegisterReturns = true;
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     const std::string endpoint = "tcp://127.0.0.1:" + std::to_string(lumo::test::freePort());
     auto handler = std::make_shared<CountingHandler>();
     std::weak_ptr<orlo::dabo::krin::detail::EventsHandler> weak = handler;
@@ -412,7 +414,13 @@ TEST(RuntimeFaultsTest, EndpointReleasedByTheRuntimeButTakenByAnotherSocketMeanw
     }
     ASSERT_TRUE(taken);
 
-    dabo->registerPublisher(endpoint, identity, weak, {});
+    try {
+        dabo->registerPublisher(endpoint, identity, weak, {});
+        FAIL() << "a bind of a port held elsewhere was not refused after the retries";
+    } catch (const orlo::dabo::DaboException& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("Failed to bind endpoint " + endpoint + ": Address already in use (", 0),
+                  0u);
+    }
     EXPECT_EQ(handler->count(REGISTERED), 1);
     EXPECT_EQ(log.errors(), std::vector<std::string>{"Failed to bind endpoint " + endpoint + ": Address already in use"});
     dealer->close();

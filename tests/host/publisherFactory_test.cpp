@@ -14,7 +14,7 @@
 
 #include "FreePort.h"
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/ps/Publisher.h"
 #include "lumotypes/host/Plugin.h"
 #include "lumotypes/host/Runtime.h"
@@ -24,6 +24,7 @@ namespace {
 using namespace std::chrono_literals;
 using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 using lumotypes::host::createRuntime;
@@ -130,7 +131,7 @@ TEST(PublisherFactoryHostTest, RefusedUriThrowsDaboExceptionCaughtByType) {
 TEST(PublisherFactoryHostTest, RuntimeThatNeverRegistersMakesTheFactoryThrowAfterTheEventTimeout) {
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto factory = publisherFactory<lumotypes::Dummy>("Dummy");
     ASSERT_NE(factory, nullptr);
     const auto start = std::chrono::steady_clock::now();

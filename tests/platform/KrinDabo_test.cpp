@@ -2,7 +2,7 @@
 // which thread events arrive, what happens to handlers that are gone, how
 // frames travel, and that it shuts down under load.
 
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 
 #include <gtest/gtest.h>
 
@@ -92,7 +92,7 @@ protected:
 TEST_F(KrinDaboTest, RegisteredDeliveredBeforeRegisterPublisherReturnsIsAlreadyThereForTheWaiter) {
     KrinDaboTestHooks hooks;
     hooks.registeredBeforeRegisterReturns = true;
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto publisher = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = publisher;
     auto dealer = dabo->createDealer();
@@ -167,7 +167,7 @@ TEST_F(KrinDaboTest, RegisteredForAHandlerWhoseOwnerIsGoneIsDropped) {
 }
 
 TEST_F(KrinDaboTest, ReadableSocketOfAHandlerWhoseOwnerIsGoneIsClosedWithoutAnEvent) {
-    auto dabo = KrinDabo::create({}, observing());
+    auto dabo = KrinDaboTesting::create({}, observing());
     const unsigned int port = freePort();
     const std::string frame = frameOf("/expiring");
     auto dealer = dabo->createDealer();
@@ -195,7 +195,7 @@ TEST_F(KrinDaboTest, ReadableSocketOfAHandlerWhoseOwnerIsGoneIsClosedWithoutAnEv
 }
 
 TEST_F(KrinDaboTest, SubscriberReceivesItsSocketWithRegisteredBeforeAnyMessage) {
-    auto dabo = KrinDabo::create({}, observing());
+    auto dabo = KrinDaboTesting::create({}, observing());
     const unsigned int port = freePort();
     const std::string frame = frameOf("/ordered");
     auto dealer = dabo->createDealer();
@@ -220,7 +220,7 @@ TEST_F(KrinDaboTest, SubscriberReceivesItsSocketWithRegisteredBeforeAnyMessage) 
 }
 
 TEST_F(KrinDaboTest, EachMessageIsOneReadableEventAndArrivesUnchangedAndInOrder) {
-    auto dabo = KrinDabo::create({}, observing());
+    auto dabo = KrinDaboTesting::create({}, observing());
     const unsigned int port = freePort();
     const std::string frame = frameOf("/each");
     auto dealer = dabo->createDealer();
@@ -251,7 +251,7 @@ TEST_F(KrinDaboTest, FramesOfADealerAreForwardedOnlyWhileItIsRegistered) {
         std::shared_ptr<zmq::socket_t> none;
         dropped->events(none, NO_EVENT);
     };
-    auto dabo = KrinDabo::create({}, observing(hooks));
+    auto dabo = KrinDaboTesting::create({}, observing(hooks));
     const unsigned int port = freePort();
     const std::string frame = frameOf("/gate");
     auto keeper = dabo->createDealer();  // keeps the endpoint bound throughout
@@ -288,7 +288,7 @@ TEST_F(KrinDaboTest, FramesOfADealerAreForwardedOnlyWhileItIsRegistered) {
 }
 
 TEST_F(KrinDaboTest, UnregisteredArrivesWhileTheCallerStillHoldsItsOwnLock) {
-    auto dabo = KrinDabo::create({}, observing());
+    auto dabo = KrinDaboTesting::create({}, observing());
     const unsigned int port = freePort();
     const std::string frame = frameOf("/locked");
     auto dealer = dabo->createDealer();
@@ -326,7 +326,7 @@ TEST_F(KrinDaboTest, UnregisteredArrivesWhileTheCallerStillHoldsItsOwnLock) {
 }
 
 TEST_F(KrinDaboTest, NoReadableEventFollowsUnregistered) {
-    auto dabo = KrinDabo::create({}, observing());
+    auto dabo = KrinDaboTesting::create({}, observing());
     const unsigned int port = freePort();
     const std::string frame = frameOf("/stream");
     auto dealer = dabo->createDealer();
@@ -364,7 +364,7 @@ TEST_F(KrinDaboTest, NoReadableEventFollowsUnregistered) {
 }
 
 TEST_F(KrinDaboTest, DestroyingTheRuntimeWithSubscribersAndMessagesInFlightReturns) {
-    auto sendingSide = KrinDabo::create({}, observing());
+    auto sendingSide = KrinDaboTesting::create({}, observing());
     const unsigned int port = freePort();
     const std::string frame = frameOf("/busy");
     auto dealer = sendingSide->createDealer();
@@ -376,7 +376,7 @@ TEST_F(KrinDaboTest, DestroyingTheRuntimeWithSubscribersAndMessagesInFlightRetur
     std::promise<void> stopped;
     KrinDaboTestHooks receivingHooks;
     receivingHooks.stopped = [&stopped] { stopped.set_value(); };
-    auto receivingSide = KrinDabo::create({}, receivingHooks);
+    auto receivingSide = KrinDaboTesting::create({}, receivingHooks);
     std::vector<std::shared_ptr<RecordingHandler>> subscribers;
     std::vector<std::weak_ptr<EventsHandler>> handlers;
     for (int i = 0; i < 3; ++i) {
@@ -423,7 +423,7 @@ TEST_F(KrinDaboTest, RuntimeReleasedByItsOwnEventThreadStopsCleanly) {
     KrinDaboTestHooks hooks;
     hooks.stopped = [&stopped] { stopped.set_value(); };
     auto handler = std::make_shared<SelfReleasingHandler>();
-    handler->dabo = KrinDabo::create({}, hooks);
+    handler->dabo = KrinDaboTesting::create({}, hooks);
     handler->self = handler;
     std::weak_ptr<EventsHandler> weak = handler;
     auto dabo = handler->dabo.get();
@@ -448,7 +448,14 @@ TEST_F(KrinDaboTest, FailedBindIsLoggedWithEndpointAndErrorAndNotConfirmed) {
     auto refused = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> refusedHandler = refused;
     auto secondDealer = second->createDealer();
-    second->registerPublisher(endpoint, getSocketIdentity(*secondDealer), refusedHandler, {});
+    try {
+        second->registerPublisher(endpoint, getSocketIdentity(*secondDealer), refusedHandler, {});
+        FAIL() << "a bind of a port held elsewhere was not refused";
+    } catch (const orlo::dabo::DaboException& e) {
+        EXPECT_EQ(std::string(e.what()), "Failed to bind endpoint " + endpoint +
+                                             ": Address already in use (another program, or another runtime, holds "
+                                             "that port)");
+    }
     flush(*second);
 
     EXPECT_EQ(refused->count(REGISTERED), 0u);
@@ -463,7 +470,15 @@ TEST_F(KrinDaboTest, BindToAnUnknownInterfaceIsLoggedAndNotConfirmed) {
     auto dealer = dabo->createDealer();
     const std::string endpoint = "tcp://no-such-interface0:" + std::to_string(freePort());
 
-    dabo->registerPublisher(endpoint, getSocketIdentity(*dealer), handler, {});
+    try {
+        dabo->registerPublisher(endpoint, getSocketIdentity(*dealer), handler, {});
+        FAIL() << "a bind of an unknown interface was not refused";
+    } catch (const orlo::dabo::DaboException& e) {
+        EXPECT_EQ(std::string(e.what()), "Failed to bind endpoint " + endpoint +
+                                             ": No such device ('no-such-interface0' is neither an IP address nor a "
+                                             "network interface of this machine; a publisher binds, so give one of its "
+                                             "addresses, an interface name, or * for all)");
+    }
     flush(*dabo);
 
     EXPECT_EQ(refused->count(REGISTERED), 0u);
@@ -510,7 +525,7 @@ TEST_F(KrinDaboTest, NegativeHighWaterMarkIsRefused) {
 TEST_F(KrinDaboTest, WithheldRegisteredNeverArrivesButUnregisteredDoes) {
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto publisher = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = publisher;
     auto dealer = dabo->createDealer();
@@ -526,7 +541,7 @@ TEST_F(KrinDaboTest, WithheldRegisteredNeverArrivesButUnregisteredDoes) {
 TEST_F(KrinDaboTest, DelayedRegisteredArrivesNoEarlierThanTheDelay) {
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::delayedBy(std::chrono::milliseconds(300));
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto subscriber = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = subscriber;
 
@@ -541,7 +556,7 @@ TEST_F(KrinDaboTest, DelayedRegisteredArrivesNoEarlierThanTheDelay) {
 TEST_F(KrinDaboTest, WithheldUnregisteredNeverArrives) {
     KrinDaboTestHooks hooks;
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto subscriber = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = subscriber;
     dabo->registerSubscriber(uriOf(freePort(), "/kept"), frameOf("/kept"), handler);
@@ -557,7 +572,7 @@ TEST_F(KrinDaboTest, WithheldUnregisteredNeverArrives) {
 TEST_F(KrinDaboTest, DelayedUnregisteredArrivesNoEarlierThanTheDelay) {
     KrinDaboTestHooks hooks;
     hooks.unregistered = EventDelivery::delayedBy(std::chrono::milliseconds(300));
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto publisher = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = publisher;
 

@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "KrinTestSupport.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 
@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
         }
         joined.notify_all();
     };
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
 
     std::vector<Publisher> publishers;
     for (int i = 3; i < argc; ++i) {

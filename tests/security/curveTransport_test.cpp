@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <iostream>
+
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -21,6 +23,7 @@
 #include "HostFactories.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "CapturingAppender.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/util/DaboUtil.h"
@@ -29,6 +32,7 @@ namespace {
 
 using lumo::security::Runtime;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using Sample = lumotypes::Dummy;
 
@@ -116,7 +120,7 @@ protected:
         if (!authorizedKeys.empty()) {
             properties["krin.runtime.curve.authorizedKeys"] = authorizedKeys;
         }
-        return KrinDabo::create(properties, hooks);
+        return KrinDaboTesting::create(properties, hooks);
     }
 
     Joins joins;
@@ -157,6 +161,28 @@ TEST_F(CurveTransportTest, SubscriberHoldingTheServersPublicKeyReceivesAndOthers
     withoutKeys->close();
     withWrongKey->close();
     misledStore->close();
+    publisher->close();
+}
+
+TEST_F(CurveTransportTest, WrongServerKeyIsLoggedOnBothSidesWithThePeersAddress) {
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
+    const std::string path = "/security/curve/wrongKey";
+    const std::string port = std::to_string(lumo::test::freePort());
+    auto publishing = publishingRuntime(server);
+    auto publisher = lumo::security::publisherOf<Sample>("Dummy", "krin.ps://*:" + port + path, {}, publishing);
+    auto misled = KrinDabo::create({{"krin.runtime.curve.serverPublicKey", newKeyPair().publicKey}});
+    auto withWrongKey =
+        lumo::security::subscriberOf<Sample>("Dummy", "krin.ps://127.0.0.1:" + port + path, {}, misled);
+
+    // The refusing side names the peer; the refused side says its handshake failed.
+    EXPECT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "Handshake of a subscriber from 127.0.0.1:"));
+    EXPECT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "at tcp://*:" + port + " failed: "));
+    EXPECT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "Handshake with tcp://127.0.0.1:" + port + " failed: "));
+    EXPECT_EQ(joins.count(frameOf(path)), 0);
+    for (const std::string& line : log.warnings()) {
+        std::cout << "[curve] " << line << std::endl;
+    }
+    withWrongKey->close();
     publisher->close();
 }
 

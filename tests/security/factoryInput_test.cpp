@@ -6,9 +6,12 @@
 #include <gtest/gtest.h>
 #include <zmq.h>
 
+#include <chrono>
 #include <string>
+#include <zmq.hpp>
 #include <vector>
 
+#include "FreePort.h"
 #include "HostFactories.h"
 #include "dabo/DaboException.h"
 
@@ -225,6 +228,39 @@ TEST(FactoryInputTest, RuntimeAcceptsAuthorizedKeysSeparatedByCommasAndWhiteSpac
                       {{"krin.runtime.curve.serverSecretKey", serverSecret}, {"krin.runtime.curve.authorizedKeys", list}});
               }),
               "");
+}
+
+TEST(FactoryInputTest, PublisherFactoryOnAPortHeldByAnotherProgramFailsAtOnceSayingWhy) {
+    const std::string port = std::to_string(lumo::test::freePort());
+    zmq::context_t context(1);
+    zmq::socket_t squatter(context, zmq::socket_type::pub);
+    squatter.set(zmq::sockopt::linger, 0);
+    squatter.bind("tcp://127.0.0.1:" + port);
+    const Runtime dabo = KrinDabo::create({});
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(refusal([&] {
+                  lumo::security::publisherOf<lumotypes::Dummy>("Dummy", "krin.ps://127.0.0.1:" + port + "/held", {},
+                                                                dabo);
+              }),
+              "Failed to bind endpoint tcp://127.0.0.1:" + port +
+                  ": Address already in use (another program, or another runtime, holds that port)");
+    // Not after the 5000 ms that a publisher waits for a confirmation.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4000));
+}
+
+TEST(FactoryInputTest, PublisherFactoryOnAHostNameFailsAtOnceSayingAPublisherBindsAnAddress) {
+    const Runtime dabo = KrinDabo::create({});
+    const std::string port = std::to_string(lumo::test::freePort());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(refusal([&] {
+                  lumo::security::publisherOf<lumotypes::Dummy>("Dummy", "krin.ps://no-such-host.invalid:" + port + "/x",
+                                                                {}, dabo);
+              }),
+              "Failed to bind endpoint tcp://no-such-host.invalid:" + port +
+                  ": No such device ('no-such-host.invalid' is neither an IP address nor a network interface of this "
+                  "machine; a publisher binds, so give one of its addresses, an interface name, or * for all)");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4000));
 }
 
 }  // namespace

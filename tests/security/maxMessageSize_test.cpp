@@ -33,6 +33,7 @@ namespace {
 using lumo::security::Runtime;
 using lumo::test::WirePeer;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using Sample = lumotypes::HokuTopicIn;
 
@@ -136,7 +137,7 @@ TEST(MaxMessageSizeTest, MessagesWithinTheLimitArriveWhole) {
 }
 
 TEST(MaxMessageSizeTest, WithoutTheLimitALargeMessageArrives) {
-    const Runtime dabo = KrinDabo::create({});
+    const Runtime dabo = KrinDabo::create({{"krin.runtime.maxMessageSize", "-1"}});
     WirePeer peer;
     const std::string path = "/security/noLimit";
     auto subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", peer.uri(path), {}, dabo);
@@ -204,7 +205,7 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
         joinedChanged.notify_all();
     };
     const Runtime publishing =
-        KrinDabo::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}}, hooks);
+        KrinDaboTesting::create({{"krin.runtime.maxMessageSize", std::to_string(limitBytes)}}, hooks);
     const std::string port = std::to_string(lumo::test::freePort());
     const std::string path = "/security/oversizeSubscription";
     auto publisher = lumo::security::publisherOf<lumotypes::Dummy>("Dummy", "krin.ps://127.0.0.1:" + port + path, {},
@@ -223,9 +224,11 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
     intruder.set(zmq::sockopt::linger, 0);
     intruder.set(zmq::sockopt::subscribe, std::string(2 * limitBytes, 'x'));
     intruder.connect("tcp://127.0.0.1:" + port);
-    ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, "Connection of a subscriber at tcp://127.0.0.1:" + port +
-                                                          " dropped: a message above krin.runtime.maxMessageSize=" +
-                                                          std::to_string(limitBytes) + " bytes, or the peer went away"));
+    // Whatever the limit for samples, a subscription above 512 bytes is
+    // refused as soon as its size is announced.
+    ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "Connection of a subscriber from 127.0.0.1:"));
+    ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, " at tcp://127.0.0.1:" + port +
+                                                         " dropped: a subscription above 512 bytes, or the peer went away"));
 
     auto sample = publisher->createDataEntity();
     sample->setDummy_param(lumotypes::TEL_M5);
@@ -246,12 +249,33 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
     publisher->close();
 }
 
+TEST(MaxMessageSizeTest, WithoutThePropertyAMessageAbove64MiBIsRefusedNamingThePropertyAndTheLimit) {
+    lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
+    const Runtime dabo = KrinDabo::create({});
+    WirePeer hostile;
+    const std::string path = "/security/defaultLimit";
+    auto subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", hostile.uri(path), {}, dabo);
+    std::vector<std::uint32_t> seen;
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 1, seen));
+
+    std::vector<std::string> oversize = message(path, 666, 4);
+    oversize[2] = std::string(64 * 1024 * 1024 + 1, '\0');
+    hostile.send(oversize);
+    ASSERT_TRUE(log.await(log4cplus::ERROR_LOG_LEVEL, "Connection to " + hostile.endpoint() +
+                                                          " dropped: a message above krin.runtime.maxMessageSize=" +
+                                                          std::to_string(64 * 1024 * 1024) +
+                                                          " bytes, or the peer went away"));
+    ASSERT_TRUE(sendUntilReceived(hostile, path, *subscriber, 2, seen));
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), 666u), 0);
+    subscriber->close();
+}
+
 TEST(MaxMessageSizeTest, PeerThatGoesAwayIsLoggedOnlyWhileALimitIsSet) {
     lumo::test::CaptureLog log("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);
     const std::string path = "/security/peerGone";
     std::vector<std::uint32_t> seen;
     // Without a limit nothing watches the connections.
-    const Runtime unlimited = KrinDabo::create({});
+    const Runtime unlimited = KrinDabo::create({{"krin.runtime.maxMessageSize", "-1"}});
     auto unwatchedPeer = std::make_unique<WirePeer>();
     const std::string unwatchedEndpoint = unwatchedPeer->endpoint();
     auto unwatched = lumo::security::subscriberOf<Sample>("HokuTopicIn", unwatchedPeer->uri(path), {}, unlimited);

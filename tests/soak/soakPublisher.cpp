@@ -26,6 +26,7 @@
 
 #include "SoakTopic.h"
 #include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 #include "lumotypes/host/Plugin.h"
@@ -33,6 +34,7 @@
 namespace {
 
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
 /// Subscriptions seen at the endpoint, per topic frame.
@@ -121,7 +123,7 @@ int main(int argc, char** argv) {
     };
     // Five seconds of a 20000-per-second stream fit into the endpoint's
     // queue, so that a busy machine's scheduling pauses do not drop samples.
-    auto dabo = KrinDabo::create({{"krin.runtime.highWaterMark", "100000"}}, hooks);
+    auto dabo = KrinDaboTesting::create({{"krin.runtime.highWaterMark", "100000"}}, hooks);
     auto factory = plugin.factory<lumotypes::host::PublisherFactory<lumo::soak::Sample>>(
             lumotypes::host::TopicTraits<lumo::soak::Sample>::publisherFactory);
     std::shared_ptr<orlo::dabo::ps::Publisher<lumo::soak::Sample>> stream(

@@ -16,7 +16,7 @@
 #include "ReceiveSync.h"
 #include "WirePeer.h"
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/ps/mrvSubscriberDelegator.h"
 #include "dabo/krin/detail/ps/mrvSubscriber_impl.h"
 #include "lumotypes/krin/LumotypesImpl.h"
@@ -36,6 +36,7 @@ using orlo::dabo::IllegalStateException;
 using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::getSubscriberId;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboEvent;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using orlo::dabo::krin::detail::POLLER_READABLE;
@@ -114,7 +115,7 @@ TEST(KrinMrvSubscriberTest, ConstructorWorksOutTheTopicIdentityAndReadsTheTypeHa
 TEST(KrinMrvSubscriberTest, InitThrowsWhenTheSocketNeverArrives) {
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto subscriber = std::make_shared<ObservedMrvSubscriber>(quietUri("/mrv/noSocket"), QoSList{},
                                                               orlo::dabo::Dabo::Properties{}, dabo);
     CaptureLog log("vexa.dabo.krin.subscriber");
@@ -126,7 +127,7 @@ TEST(KrinMrvSubscriberTest, InitThrowsWhenTheSocketNeverArrives) {
 
 TEST(KrinMrvSubscriberTest, CloseThenReadMostRecentThrowsAndASecondCloseOnlyWarns) {
     RuntimeCalls calls;
-    auto dabo = KrinDabo::create({}, calls.observe());
+    auto dabo = KrinDaboTesting::create({}, calls.observe());
     auto subscriber = std::make_shared<ObservedMrvSubscriber>(quietUri("/mrv/closed"), QoSList{},
                                                               orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -149,7 +150,7 @@ TEST(KrinMrvSubscriberTest, CloseThenReadMostRecentThrowsAndASecondCloseOnlyWarn
 
 TEST(KrinMrvSubscriberTest, DroppingTheSubscriberWithoutCloseDoesNotUnregister) {
     RuntimeCalls calls;
-    auto dabo = KrinDabo::create({}, calls.observe());
+    auto dabo = KrinDaboTesting::create({}, calls.observe());
     auto subscriber = std::make_shared<ObservedMrvSubscriber>(quietUri("/mrv/dropped"), QoSList{},
                                                               orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -189,7 +190,7 @@ TEST(KrinMrvSubscriberTest, SamplesArrivingWhileCloseWaitsAreStoredAndReadableUn
     KrinDaboTestHooks hooks;
     // close waits for a confirmation that never comes: its time-out is the window.
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     const std::string topicPath = "/mrv/closing";
     auto subscriber = std::make_shared<ObservedMrvSubscriber>(quietUri(topicPath), QoSList{},
                                                               orlo::dabo::Dabo::Properties{}, dabo);
@@ -221,7 +222,7 @@ TEST(KrinMrvSubscriberTest, FactoryWithUriOfAnotherProfileThrowsBeforeAnyRuntime
 TEST(KrinMrvSubscriberTest, FactoryReturnsASubscriberWhoseDelegatorForwardsReadsAndClose) {
     WirePeer peer;
     RuntimeCalls calls;
-    auto dabo = KrinDabo::create({}, calls.observe());
+    auto dabo = KrinDaboTesting::create({}, calls.observe());
     const std::string topicPath = "/mrv/factory";
     std::unique_ptr<orlo::dabo::ps::MrvSubscriber<lumotypes::RefPos>> subscriber(
         generated_krin_MrvSubscriber_lumotypes_RefPos(peer.uri(topicPath), QoSList{}, orlo::dabo::Dabo::Properties{},
@@ -243,7 +244,7 @@ TEST(KrinMrvSubscriberTest, FactoryReturnsASubscriberWhoseDelegatorForwardsReads
 
 TEST(KrinMrvSubscriberTest, DeletingTheDelegatorWithoutCloseLeavesTheSubscriptionRegistered) {
     RuntimeCalls calls;
-    auto dabo = KrinDabo::create({}, calls.observe());
+    auto dabo = KrinDaboTesting::create({}, calls.observe());
     auto* subscriber = generated_krin_MrvSubscriber_lumotypes_RefPos(quietUri("/mrv/deleted"), QoSList{},
                                                                      orlo::dabo::Dabo::Properties{}, dabo);
     delete subscriber;

@@ -24,12 +24,13 @@
 
 #include <zmq.hpp>
 
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/ps/publisher.h"
 
 namespace lumo::test {
 
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboEvent;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using orlo::dabo::krin::detail::ps::KrinPublisher;
@@ -101,7 +102,7 @@ private:
 inline std::shared_ptr<KrinDabo> recordedRuntime(const std::shared_ptr<RuntimeCallLog>& log,
                                                  KrinDaboTestHooks hooks = {}) {
     hooks.callObserver = [log](const std::string& operation, bool handlerEmpty) { log->add(operation, handlerEmpty); };
-    return KrinDabo::create({}, hooks);
+    return KrinDaboTesting::create({}, hooks);
 }
 
 /// Hooks under which registerPublisher returns only once the runtime's thread

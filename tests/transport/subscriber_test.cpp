@@ -18,7 +18,7 @@
 #include "ReceiveSync.h"
 #include "WirePeer.h"
 #include "dabo/DaboException.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/ps/subscriberDelegator.h"
 #include "dabo/krin/detail/ps/subscriber_impl.h"
 #include "lumotypes/krin/LumotypesImpl.h"
@@ -38,6 +38,7 @@ using orlo::dabo::IllegalStateException;
 using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::getSubscriberId;
 using orlo::dabo::krin::detail::KrinDabo;
+using orlo::dabo::krin::detail::KrinDaboTesting;
 using orlo::dabo::krin::detail::KrinDaboEvent;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 using orlo::dabo::krin::detail::POLLER_READABLE;
@@ -147,7 +148,7 @@ TEST(KrinSubscriberTest, ConstructorWorksOutTheTopicIdentityFromTheUriPath) {
 
 TEST(KrinSubscriberTest, InitRegistersAndBecomesInitializedWhenTheSocketArrives) {
     RuntimeCalls calls;
-    auto dabo = KrinDabo::create({}, calls.observe());
+    auto dabo = KrinDaboTesting::create({}, calls.observe());
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/init"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -164,7 +165,7 @@ TEST(KrinSubscriberTest, InitWithoutSharedOwnershipThrowsBadWeakPtrAndStaysCreat
 
 TEST(KrinSubscriberTest, SecondCloseOnlyWarnsAndUnregistersAndClosesTheEngineOnce) {
     RuntimeCalls calls;
-    auto dabo = KrinDabo::create({}, calls.observe());
+    auto dabo = KrinDaboTesting::create({}, calls.observe());
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/twice"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -186,7 +187,7 @@ TEST(KrinSubscriberTest, CloseAfterFailedInitSkipsUnregisteringAndStillClosesThe
     RuntimeCalls calls;
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, calls.observe(hooks));
+    auto dabo = KrinDaboTesting::create({}, calls.observe(hooks));
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/failedInit"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     CaptureLog log("vexa.dabo.krin.subscriber");
@@ -207,7 +208,7 @@ TEST(KrinSubscriberTest, RegisteredBeforeInitWaitsLetsInitReturnInitialized) {
     KrinDaboTestHooks hooks;
     // The event is in before registerSubscriber returns, so before init waits.
     hooks.registeredBeforeRegisterReturns = true;
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/early"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     CaptureLog log("vexa.dabo.krin.subscriber");
@@ -226,7 +227,7 @@ TEST(KrinSubscriberTest, RegisteredAfterTheTimeOutNoLongerReachesTheDroppedSubsc
     RuntimeCalls calls;
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::delayedBy(5500ms);
-    auto dabo = KrinDabo::create({}, calls.observe(hooks));
+    auto dabo = KrinDaboTesting::create({}, calls.observe(hooks));
     CaptureLog log("vexa.dabo.krin.subscriber");
 
     auto late = std::make_shared<ObservedSubscriber>(quietUri("/life/late"), QoSList{},
@@ -272,7 +273,7 @@ TEST(KrinSubscriberTest, DestroyingAnOpenSubscriberUnregistersWithAnEmptyHandler
     KrinDaboTestHooks hooks;
     // Were the destructor to wait for UNREGISTERED, it would wait the full time-out.
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, calls.observe(hooks));
+    auto dabo = KrinDaboTesting::create({}, calls.observe(hooks));
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/destroy"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -290,7 +291,7 @@ TEST(KrinSubscriberTest, DestroyingAnOpenSubscriberUnregistersWithAnEmptyHandler
 TEST(KrinSubscriberTest, CloseGoesOnAfterTheTimeOutWhenUnregisteredNeverComes) {
     KrinDaboTestHooks hooks;
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/silentRuntime"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -309,7 +310,7 @@ TEST(KrinSubscriberTest, CloseGoesOnAfterTheTimeOutWhenUnregisteredNeverComes) {
 TEST(KrinSubscriberTest, CloseWaitsForUnregisteredWhenTheRuntimeConfirms) {
     KrinDaboTestHooks hooks;
     hooks.unregistered = EventDelivery::delayedBy(300ms);
-    auto dabo = KrinDabo::create({}, hooks);
+    auto dabo = KrinDaboTesting::create({}, hooks);
     auto subscriber = std::make_shared<ObservedSubscriber>(quietUri("/life/confirmed"), QoSList{},
                                                            orlo::dabo::Dabo::Properties{}, dabo);
     subscriber->init();
@@ -446,7 +447,7 @@ TEST(KrinSubscriberFactoryTest, RuntimeThatNeverSendsRegisteredMakesTheFactoryTh
     RuntimeCalls calls;
     KrinDaboTestHooks hooks;
     hooks.registered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, calls.observe(hooks));
+    auto dabo = KrinDaboTesting::create({}, calls.observe(hooks));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(messageOf<DaboException>([&] {
                   generated_krin_Subscriber_lumotypes_RefPos(quietUri("/factory/silent"), QoSList{},
@@ -485,7 +486,7 @@ TEST(KrinSubscriberFactoryTest, DeleteWithoutCloseUnregistersWithAnEmptyHandlerA
     RuntimeCalls calls;
     KrinDaboTestHooks hooks;
     hooks.unregistered = EventDelivery::withheld();
-    auto dabo = KrinDabo::create({}, calls.observe(hooks));
+    auto dabo = KrinDaboTesting::create({}, calls.observe(hooks));
     auto* subscriber = generated_krin_Subscriber_lumotypes_RefPos(quietUri("/factory/deleted"), QoSList{},
                                                                   orlo::dabo::Dabo::Properties{}, dabo);
     auto deletion = std::async(std::launch::async, [subscriber] { delete subscriber; });

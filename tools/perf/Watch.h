@@ -5,7 +5,7 @@
 #include <memory>
 #include <mutex>
 
-#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinDaboTestHooks.h"
 
 namespace lumo::perf {
 
@@ -22,7 +22,7 @@ public:
             }
             changed.notify_all();
         };
-        dabo = orlo::dabo::krin::detail::KrinDabo::create(properties, hooks);
+        dabo = orlo::dabo::krin::detail::KrinDaboTesting::create(properties, hooks);
     }
     const std::shared_ptr<orlo::dabo::krin::detail::KrinDabo>& runtime() const { return dabo; }
 

@@ -1,5 +1,9 @@
 #include "ConnectionMonitor.h"
 
+#include <netdb.h>
+#include <sstream>
+#include <sys/socket.h>
+
 #include <log4cplus/loggingmacros.h>
 
 #include <atomic>
@@ -13,8 +17,26 @@ namespace orlo::dabo::krin::detail {
 
 namespace {
 
-constexpr int watchedEvents = ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL |
-                              ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
+constexpr int failedHandshakeEvents =
+    ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
+constexpr int watchedEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_CONNECTED | ZMQ_EVENT_HANDSHAKE_SUCCEEDED |
+                              ZMQ_EVENT_DISCONNECTED | failedHandshakeEvents;
+
+/// "IP:PORT" of the peer of a connection's descriptor, or "an unknown address".
+std::string peerAddressOf(int descriptor) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        return "an unknown address";
+    }
+    char host[NI_MAXHOST];
+    char port[NI_MAXSERV];
+    if (getnameinfo(reinterpret_cast<sockaddr*>(&address), length, host, sizeof host, port, sizeof port,
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+        return "an unknown address";
+    }
+    return address.ss_family == AF_INET6 ? std::string("[") + host + "]:" + port : std::string(host) + ":" + port;
+}
 
 // Bounds the work of one turn of the runtime's loop, as for its other sockets.
 constexpr int maxEventsPerTurn = 256;
@@ -64,23 +86,96 @@ void ConnectionMonitor::serve() {
             continue;
         }
         std::uint16_t number = 0;
+        std::uint32_t value = 0;
         std::memcpy(&number, event.data(), sizeof number);
-        if (number == ZMQ_EVENT_DISCONNECTED) {
-            if (failedHandshakes > 0) {
-                --failedHandshakes;
-            } else {
-                dropped();
+        if (event.size() >= sizeof number + sizeof value) {
+            std::memcpy(&value, event.data<char>() + sizeof number, sizeof value);
+        }
+        const int descriptor = static_cast<int>(value);
+        if (number == ZMQ_EVENT_ACCEPTED) {
+            // Asked now, while the descriptor is still this connection's.
+            peers[descriptor] = peerAddressOf(descriptor);
+        } else if (number == ZMQ_EVENT_CONNECTED) {
+            handshakeCompleted = false;
+        } else if (number == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
+            handshakeCompleted = true;
+        } else if (number == ZMQ_EVENT_DISCONNECTED) {
+            const auto peer = peers.find(descriptor);
+            const std::string address = peer != peers.end() ? peer->second : "an unknown address";
+            if (peer != peers.end()) {
+                peers.erase(peer);
             }
-        } else if ((number & watchedEvents) != 0) {
-            ++failedHandshakes;
+            disconnected(address);
+        } else if ((number & failedHandshakeEvents) != 0) {
+            handshakeFailed(number, value);
         }
     }
 }
 
-void ConnectionMonitor::dropped() {
+void ConnectionMonitor::disconnected(const std::string& peerAddress) {
+    if (!failedHandshakes.empty()) {
+        // The end of a connection whose handshake failed: said now, with the
+        // peer's address, on the side that refused it.
+        const std::string reason = failedHandshakes.front();
+        failedHandshakes.pop_front();
+        if (side == Side::Publishing && !reason.empty() &&
+            logLimiter.admit("handshake " + peerAddress + reason, std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Handshake of a subscriber from " << peerAddress << " at " << endpoint
+                                                                     << " failed: " << reason);
+        }
+        return;
+    }
+    if (side == Side::Subscribing && !handshakeCompleted) {
+        // The publisher closed the connection before the handshake was over,
+        // which is how a CURVE server answers a client with the wrong key.
+        if (logLimiter.admit("unfinished", std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Handshake with " << endpoint
+                                                     << " failed: the publisher closed the connection before it was "
+                                                        "complete (is krin.runtime.curve.serverPublicKey the "
+                                                        "publishing runtime's public key, and do both sides use CURVE?)");
+        }
+        return;
+    }
+    dropped(peerAddress);
+}
+
+void ConnectionMonitor::handshakeFailed(std::uint16_t event, std::uint32_t value) {
+    std::string reason;
+    if (event == ZMQ_EVENT_HANDSHAKE_FAILED_AUTH) {
+        // The authentication handler has named the refused key already.
+        if (side == Side::Subscribing) {
+            reason = "the publishing runtime refused this subscriber's CURVE key (status " + std::to_string(value) +
+                     "): it is not in that runtime's krin.runtime.curve.authorizedKeys";
+        }
+    } else if (event == ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL) {
+        std::ostringstream code;
+        code << std::hex << std::showbase << value;
+        reason = "protocol error " + code.str() + ", as with CURVE keys that do not match or CURVE on one side only";
+    } else {
+        reason = zmq_strerror(static_cast<int>(value));
+        if (side == Side::Subscribing) {
+            reason += " (is krin.runtime.curve.serverPublicKey the publishing runtime's public key, and do both "
+                      "sides use CURVE?)";
+        }
+    }
+    if (side == Side::Subscribing) {
+        if (!reason.empty() && logLimiter.admit("handshake " + reason, std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Handshake with " << endpoint << " failed: " << reason);
+        }
+        reason.clear();
+    }
+    failedHandshakes.push_back(reason);
+}
+
+void ConnectionMonitor::dropped(const std::string& peerAddress) {
     if (side == Side::Publishing) {
-        LOG4CPLUS_ERROR(logger, "Connection of a subscriber at " << endpoint << " dropped: a message above krin.runtime.maxMessageSize="
-                                                                 << maxMessageSize << " bytes, or the peer went away");
+        // Subscribers come and go; a line per peer and interval at most.
+        if (logLimiter.admit(peerAddress, std::chrono::steady_clock::now())) {
+            LOG4CPLUS_WARN(logger, "Connection of a subscriber from " << peerAddress << " at " << endpoint
+                                                                      << " dropped: a subscription above "
+                                                                      << maxMessageSize
+                                                                      << " bytes, or the peer went away");
+        }
         return;
     }
     LOG4CPLUS_ERROR(logger, "Connection to " << endpoint << " dropped: a message above krin.runtime.maxMessageSize="

@@ -2,8 +2,13 @@
 
 #include <log4cplus/logger.h>
 
+#include <cstdint>
+#include <deque>
+#include <map>
 #include <string>
 #include <zmq.hpp>
+
+#include "LogLimiter.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -18,6 +23,10 @@ namespace orlo::dabo::krin::detail {
 /// apart. So every connection that is dropped after a completed handshake is
 /// logged at ERROR, naming both causes. Connections whose handshake failed
 /// (a wrong or refused key) are not: their end is reported where they fail.
+///
+/// On an XPUB the limit is the one for subscriptions, and the line, a WARN
+/// at most once per peer and interval, names the peer's address (taken when
+/// the connection was accepted).
 ///
 /// ZeroMQ does not reconnect a connecting socket after such a drop, so a
 /// subscriber would never hear from that publisher again. A SUB's monitor
@@ -35,6 +44,7 @@ public:
         Subscribing,
     };
 
+    /// `maxMessageSize`: the limit of the watched socket, for the log lines.
     ConnectionMonitor(zmq::context_t& context, zmq::socket_t& watched, Side side, std::string endpoint,
                       long maxMessageSize);
     /// Stops watching; the watched socket must still be open.
@@ -49,7 +59,9 @@ public:
     void serve();
 
 private:
-    void dropped();
+    void disconnected(const std::string& peerAddress);
+    void handshakeFailed(std::uint16_t event, std::uint32_t value);
+    void dropped(const std::string& peerAddress);
 
     zmq::socket_t& watched;
     Side side;
@@ -57,8 +69,14 @@ private:
     long maxMessageSize;
     log4cplus::Logger logger;
     zmq::socket_t monitor;
-    /// Handshakes that failed and whose connection's end is still to come.
-    int failedHandshakes = 0;
+    /// Handshakes that failed and whose connection's end is still to come,
+    /// with what the publishing side is still to say about each.
+    std::deque<std::string> failedHandshakes;
+    /// A SUB's current connection got through its handshake.
+    bool handshakeCompleted = false;
+    /// The peer address of each accepted connection, by its descriptor.
+    std::map<int, std::string> peers;
+    LogLimiter logLimiter;
 };
 
 }  // namespace orlo::dabo::krin::detail

@@ -4,9 +4,12 @@
 #include <future>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "KrinRuntime.h"
+#include "ProtobufLogRouting.h"
+#include "dabo/krin/detail/RuntimeSeam.h"
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
@@ -35,10 +38,8 @@ bool isEmpty(const std::weak_ptr<EventsHandler>& handler) {
     return !handler.owner_before(none) && !none.owner_before(handler);
 }
 
-void observeCall(const KrinDaboTestHooks& hooks, const char* operation, bool handlerEmpty) {
-    if (hooks.callObserver) {
-        hooks.callObserver(operation, handlerEmpty);
-    }
+bool isImmediate(const EventDelivery& delivery) {
+    return delivery.mode == EventDelivery::Mode::Immediately;
 }
 
 /// Event threads of runtimes whose last reference was dropped on that very
@@ -89,16 +90,15 @@ constexpr std::chrono::milliseconds deliveryWait{5000};
 }  // namespace
 
 std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties) {
-    return create(properties, KrinDaboTestHooks{});
+    return std::shared_ptr<KrinDabo>(new KrinDabo(properties, std::make_shared<RuntimeSeam>()));
 }
 
-std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& properties,
-                                           const KrinDaboTestHooks& testHooks) {
-    return std::shared_ptr<KrinDabo>(new KrinDabo(properties, testHooks));
-}
-
-KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks)
-    : properties(properties), runtime(std::make_shared<KrinRuntime>(testHooks, highWaterMarkOf(properties), KrinSocketOptions(properties))) {
+KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_ptr<RuntimeSeam> seam)
+    : properties(properties),
+      runtime(std::make_shared<KrinRuntime>(std::move(seam), highWaterMarkOf(properties),
+                                            KrinSocketOptions(properties))) {
+    // Protocol Buffers' complaints about refused payloads go to the log too.
+    routeProtobufLogging();
     std::promise<void> ready;
     std::future<void> started = ready.get_future();
     // The thread shares the runtime's state, so that it can finish on its own
@@ -126,7 +126,7 @@ KrinDabo::~KrinDabo() {
 }
 
 std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
-    observeCall(runtime->hooks(), "createDealer", false);
+    runtime->seam().called("createDealer", false);
     auto dealer = std::make_unique<zmq::socket_t>(runtime->context(), zmq::socket_type::dealer);
     dealer->set(zmq::sockopt::linger, 0);
     dealer->set(zmq::sockopt::sndhwm, runtime->highWaterMark());
@@ -139,37 +139,46 @@ std::unique_ptr<zmq::socket_t> KrinDabo::createDealer() {
 void KrinDabo::registerPublisher(const std::string& endpoint, const std::string& identity,
                                  std::weak_ptr<EventsHandler>& handler,
                                  const orlo::dabo::Dabo::Properties& /*properties*/) {
-    observeCall(runtime->hooks(), "registerPublisher", isEmpty(handler));
+    runtime->seam().called("registerPublisher", isEmpty(handler));
     if (endpoint.rfind("tcp://", 0) != 0) {
         throw DaboException("Invalid endpoint '" + endpoint + "': not tcp://HOST:PORT");
     }
-    post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
-         runtime->hooks().registered, runtime->hooks().registeredBeforeRegisterReturns);
+    // The runtime's thread binds the endpoint while the caller waits; a bind
+    // that fails for a known cause fails this call at once, in words, instead
+    // of leaving the publisher to wait for a REGISTERED that cannot come.
+    auto bindFailure = std::make_shared<std::string>();
+    const bool finished =
+        post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr,
+                            bindFailure},
+             isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
+    if (finished && !bindFailure->empty()) {
+        throw DaboException(*bindFailure);
+    }
 }
 
 void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
                                    std::weak_ptr<EventsHandler>& handler) {
-    observeCall(runtime->hooks(), "unregisterPublisher", isEmpty(handler));
-    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr},
-         isEmpty(handler) ? EventDelivery::withheld() : runtime->hooks().unregistered, false);
+    runtime->seam().called("unregisterPublisher", isEmpty(handler));
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr, nullptr},
+         !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
 void KrinDabo::registerSubscriber(const std::string& uri, const std::string& topicIdFrame,
                                   std::weak_ptr<EventsHandler>& handler) {
-    observeCall(runtime->hooks(), "registerSubscriber", isEmpty(handler));
+    runtime->seam().called("registerSubscriber", isEmpty(handler));
     const KrinTopicAddress address = parseKrinUri(uri, false, true);
     post(RuntimeCommand{RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr,
-                        handler, nullptr},
-         runtime->hooks().registered, runtime->hooks().registeredBeforeRegisterReturns);
+                        handler, nullptr, nullptr},
+         isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
 }
 
 void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
-    observeCall(runtime->hooks(), "unregisterSubscriber", isEmpty(handler));
-    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr},
-         isEmpty(handler) ? EventDelivery::withheld() : runtime->hooks().unregistered, false);
+    runtime->seam().called("unregisterSubscriber", isEmpty(handler));
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr, nullptr},
+         !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
-void KrinDabo::post(RuntimeCommand command, const EventDelivery& delivery, bool waitEvenIfDelayed) {
+bool KrinDabo::post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed) {
     // A call whose event is delivered at once returns only when that delivery
     // has returned too, so that the runtime's thread holds no reference to the
     // caller's object any more: a host that drops the object right after the
@@ -177,21 +186,21 @@ void KrinDabo::post(RuntimeCommand command, const EventDelivery& delivery, bool 
     // the host goes on (or ends). Not on the runtime's own thread, which
     // would wait for itself, and never longer than a caller waits for the
     // event anyway.
-    const bool immediate = delivery.mode == EventDelivery::Mode::Immediately;
-    const bool wait = (immediate || waitEvenIfDelayed) && std::this_thread::get_id() != thread.get_id();
+    const bool wait = (eventImmediate || waitEvenIfDelayed) && std::this_thread::get_id() != thread.get_id();
     std::future<void> done;
     if (wait) {
         command.registrationDone = std::make_shared<std::promise<void>>();
         done = command.registrationDone->get_future();
     }
     runtime->post(std::move(command));
-    if (wait) {
-        if (waitEvenIfDelayed) {
-            done.wait();
-        } else {
-            done.wait_for(deliveryWait);
-        }
+    if (!wait) {
+        return false;
     }
+    if (waitEvenIfDelayed) {
+        done.wait();
+        return true;
+    }
+    return done.wait_for(deliveryWait) == std::future_status::ready;
 }
 
 }  // namespace orlo::dabo::krin::detail

@@ -4,38 +4,44 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <future>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 #include <zmq.hpp>
 
-#include "dabo/krin/detail/EventsHandler.h"
 #include "BindRetries.h"
-#include "ConnectionMonitor.h"
+#include "DealerForwarding.h"
+#include "EventAnnouncer.h"
 #include "KrinSocketOptions.h"
+#include "PollSet.h"
+#include "PublishingEndpoints.h"
 #include "RuntimeCommand.h"
+#include "SubscriberSockets.h"
 #include "ZapAuthenticator.h"
-#include "dabo/krin/detail/KrinDaboTestHooks.h"
+#include "dabo/krin/detail/RuntimeSeam.h"
 
 namespace orlo::dabo::krin::detail {
 
 /// The state and the loop of the runtime's thread. Host threads reach it only
 /// through post() and the thread-safe context; everything else belongs to the
 /// thread that runs run().
+///
+/// The loop (KrinRuntime.cpp) waits on the poll set and serves what is
+/// readable: the dealers' frames (DealerForwarding), the subscriptions of the
+/// bound endpoints (PublishingEndpoints), the subscribers' sockets
+/// (SubscriberSockets). Then it executes the commands of host threads
+/// (RuntimeRegistration.cpp), whose events EventAnnouncer delivers.
 class KrinRuntime {
 public:
-    KrinRuntime(const KrinDaboTestHooks& testHooks, int highWaterMark, KrinSocketOptions socketOptions);
+    KrinRuntime(std::shared_ptr<RuntimeSeam> seam, int highWaterMark, KrinSocketOptions socketOptions);
     ~KrinRuntime();
 
     zmq::context_t& context() { return zmqContext; }
     const std::string& routerAddress() const { return routerEndpoint; }
     int highWaterMark() const { return hwm; }
-    const KrinDaboTestHooks& hooks() const { return testHooks; }
+    RuntimeSeam& seam() const { return *runtimeSeam; }
 
     /// Hands a command to the runtime's thread; never blocks on it.
     void post(RuntimeCommand command);
@@ -46,37 +52,13 @@ public:
     void run(std::promise<void>& ready);
 
 private:
-    struct Endpoint {
-        std::unique_ptr<zmq::socket_t> xpub;
-        int publishers = 0;
-        /// While a message size limit is set; declared after the socket it
-        /// watches, so that it stops first.
-        std::unique_ptr<ConnectionMonitor> monitor;
-    };
-    struct PublisherEntry {
-        std::string endpoint;
-        zmq::socket_t* xpub = nullptr;
-    };
-    struct SubscriberEntry {
-        std::shared_ptr<zmq::socket_t> socket;
-        std::weak_ptr<EventsHandler> handler;
-        /// Polled only once REGISTERED has been handed out, so it comes first.
-        bool polled = false;
-        std::string endpoint;
-        /// While a message size limit is set.
-        std::unique_ptr<ConnectionMonitor> monitor;
-    };
-    struct PendingEvent {
-        std::chrono::steady_clock::time_point due;
-        std::weak_ptr<EventsHandler> handler;
-        std::shared_ptr<zmq::socket_t> socket;
-        KrinDaboEvent event;
-        std::shared_ptr<std::promise<void>> done;
-    };
-    enum class PollRole { Wake, Router, Xpub, Subscriber, Zap, XpubMonitor, SubscriberMonitor };
-
     void serve();
     void shutDown();
+    void wake();
+    void rebuildPollSet();
+    std::chrono::milliseconds pollTimeout() const;
+
+    // Registration: RuntimeRegistration.cpp.
     std::vector<RuntimeCommand> takeCommands();
     void execute(RuntimeCommand& command);
     /// `firstAttempt`: when the registration's bind was first tried.
@@ -88,28 +70,14 @@ private:
     void unregisterPublisher(RuntimeCommand& command);
     void registerSubscriber(RuntimeCommand& command);
     void unregisterSubscriber(RuntimeCommand& command);
-    void releaseEndpoint(const std::string& endpoint);
-
-    /// Delivers now, later or never, as the hooks say.
+    /// Delivers now, later or never, as the seam says; a subscriber is served
+    /// once its REGISTERED was delivered, and closed if its handler is gone.
     void announce(const EventDelivery& delivery, const std::weak_ptr<EventsHandler>& handler,
                   const std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event,
                   std::shared_ptr<std::promise<void>>& done);
-    /// Calls the handler through a lock of its weak pointer; false if it is gone.
-    bool deliver(const std::weak_ptr<EventsHandler>& handler, std::shared_ptr<zmq::socket_t> socket,
-                 KrinDaboEvent event);
     void deliverDueEvents();
-    int pollTimeoutMs() const;
 
-    void forwardFromDealers();
-    void readSubscriptions(const std::string& endpoint, zmq::socket_t& xpub);
-    void serveReadable(zmq::socket_t* key);
-    void dropSubscriber(zmq::socket_t* key);
-    /// Stops watching the subscriber's socket, then closes it.
-    static void closeSubscriberSocket(SubscriberEntry& subscriber);
-
-    void rebuildPollItems();
-
-    KrinDaboTestHooks testHooks;
+    std::shared_ptr<RuntimeSeam> runtimeSeam;
     int hwm;
     KrinSocketOptions socketOptions;
     log4cplus::Logger logger;
@@ -122,20 +90,14 @@ private:
     std::atomic<bool> stopRequested{false};
 
     // Owned by the runtime's thread alone from here on.
-    std::unique_ptr<zmq::socket_t> router;
-    std::map<std::string, Endpoint> endpoints;
-    std::unordered_map<std::string, PublisherEntry> publishers;
-    std::map<zmq::socket_t*, SubscriberEntry> subscribers;
-    std::deque<PendingEvent> pendingEvents;
+    PollSet pollSet;
+    std::unique_ptr<DealerForwarding> forwarding;
     BindRetries bindRetries;
+    std::unique_ptr<PublishingEndpoints> endpoints;
+    std::unique_ptr<SubscriberSockets> subscribers;
+    EventAnnouncer announcer;
     /// Only when the XPUBs admit listed client keys alone.
     std::unique_ptr<ZapAuthenticator> zap;
-
-    bool pollItemsStale = true;
-    std::vector<zmq::pollitem_t> pollItems;
-    std::vector<PollRole> pollRoles;
-    std::vector<std::string> pollEndpoints;
-    std::vector<zmq::socket_t*> pollSubscribers;
 };
 
 }  // namespace orlo::dabo::krin::detail

@@ -11,6 +11,9 @@
 
 namespace orlo::dabo::krin::detail {
 
+constexpr long KrinSocketOptions::defaultMaxMessageSize;
+constexpr long KrinSocketOptions::longestSubscriptionMessage;
+
 namespace {
 
 const char* const maxMessageSizeProperty = "krin.runtime.maxMessageSize";
@@ -84,7 +87,7 @@ void requireCurve() {
 }  // namespace
 
 KrinSocketOptions::KrinSocketOptions(const orlo::dabo::Dabo::Properties& properties) {
-    maxMessageSize = orlo::dabo::util::getLongProperty(properties, maxMessageSizeProperty, -1);
+    maxMessageSize = orlo::dabo::util::getLongProperty(properties, maxMessageSizeProperty, defaultMaxMessageSize);
     if (maxMessageSize < -1 || maxMessageSize == 0) {
         refuse(std::string("Property ") + maxMessageSizeProperty + " has value '" + std::to_string(maxMessageSize) +
                "', which is not a message size (bytes above 0, or -1 for no limit)");
@@ -120,10 +123,15 @@ KrinSocketOptions::KrinSocketOptions(const orlo::dabo::Dabo::Properties& propert
     }
 }
 
+long KrinSocketOptions::subscriptionSizeLimit() const {
+    return maxMessageSize > 0 ? std::min(maxMessageSize, longestSubscriptionMessage) : longestSubscriptionMessage;
+}
+
 void KrinSocketOptions::applyToPublishing(zmq::socket_t& xpub) const {
-    if (maxMessageSize > 0) {
-        xpub.set(zmq::sockopt::maxmsgsize, static_cast<int64_t>(maxMessageSize));
-    }
+    // Whatever the limit for samples, an XPUB only ever receives
+    // subscriptions, which are short: a longer message cuts its peer off
+    // before it is stored.
+    xpub.set(zmq::sockopt::maxmsgsize, static_cast<int64_t>(subscriptionSizeLimit()));
     if (curveServer()) {
         xpub.set(zmq::sockopt::curve_server, 1);
         xpub.set(zmq::sockopt::curve_secretkey, serverSecretKey);

@@ -14,8 +14,9 @@ namespace orlo::dabo::krin::detail {
 /// - "krin.runtime.maxMessageSize": the largest message, in bytes, that an
 ///   XPUB or a SUB socket of the runtime accepts from a peer (ZeroMQ's
 ///   ZMQ_MAXMSGSIZE). A peer that sends a larger one is disconnected before
-///   the message is stored, so a hostile peer cannot exhaust memory. Absent or
-///   -1: no limit.
+///   the message is stored, so a hostile peer cannot exhaust memory. Absent:
+///   64 MiB; -1: no limit. The XPUBs receive subscriptions only, and take
+///   none above longestSubscriptionMessage whatever the property says.
 /// - CURVE, off unless keys are given (Z85 text, 40 characters each):
 ///   "krin.runtime.curve.serverSecretKey" makes every XPUB bound by this
 ///   runtime a CURVE server; "krin.runtime.curve.serverPublicKey" makes every
@@ -39,8 +40,16 @@ public:
     bool curveClient() const { return !serverPublicKey.empty(); }
     /// Empty when every client that knows the server's key is admitted.
     const std::set<std::string>& authorizedClientKeys() const { return authorizedKeys; }
+    static constexpr long defaultMaxMessageSize = 64L * 1024 * 1024;
+    /// The longest message an XPUB takes from a subscriber. A subscription
+    /// is one byte and a topic frame of four, but ZeroMQ's handshake commands
+    /// (a CURVE client's among them) pass the same limit.
+    static constexpr long longestSubscriptionMessage = 512;
+
     /// -1 for no limit.
     long messageSizeLimit() const { return maxMessageSize; }
+    /// The largest message an XPUB of this runtime takes from a subscriber.
+    long subscriptionSizeLimit() const;
 
 private:
     long maxMessageSize = -1;

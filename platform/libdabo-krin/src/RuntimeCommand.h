@@ -21,6 +21,9 @@ struct RuntimeCommand {
     std::weak_ptr<EventsHandler> handler;
     /// Set when the caller waits until REGISTERED has been handed out.
     std::shared_ptr<std::promise<void>> registrationDone;
+    /// Why a publisher's endpoint could not be bound, in words; written on
+    /// the runtime's thread before registrationDone is kept.
+    std::shared_ptr<std::string> bindFailure;
 };
 
 }  // namespace orlo::dabo::krin::detail

@@ -7,11 +7,11 @@
 
 #include "dabo/Dabo.h"
 #include "dabo/krin/detail/EventsHandler.h"
-#include "dabo/krin/detail/KrinDaboTestHooks.h"
 
 namespace orlo::dabo::krin::detail {
 
 class KrinRuntime;
+class RuntimeSeam;
 struct RuntimeCommand;
 
 /// The per-process transport runtime: one ZeroMQ context and one event thread.
@@ -39,12 +39,11 @@ struct RuntimeCommand;
 /// no limit) sets the high-water marks of the dealers, the ROUTER, the XPUBs
 /// and the SUB sockets. "krin.runtime.maxMessageSize" and the CURVE keys
 /// "krin.runtime.curve.*" shape the sockets towards other processes
-/// (KrinSocketOptions.h); both are off by default.
+/// (KrinSocketOptions.h): the message limit is 64 MiB unless set (-1 for
+/// none), CURVE is off unless keys are given.
 class KrinDabo : public orlo::dabo::Dabo {
 public:
     static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties);
-    static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties,
-                                            const KrinDaboTestHooks& testHooks);
 
     ~KrinDabo() override;
     KrinDabo(const KrinDabo&) = delete;
@@ -57,7 +56,9 @@ public:
     /// Forwards the frames of the dealer `identity` to `endpoint`
     /// ("tcp://HOST:PORT", HOST "*" for all interfaces), binding it if this
     /// runtime has not yet. Then REGISTERED, with an empty socket. A failed
-    /// bind is logged at ERROR and no REGISTERED follows.
+    /// bind is logged at ERROR and no REGISTERED follows; the call throws a
+    /// DaboException that says why ("Failed to bind endpoint ENDPOINT:
+    /// ERROR (MEANING)"), unless it is made on the event thread.
     void registerPublisher(const std::string& endpoint, const std::string& identity,
                            std::weak_ptr<EventsHandler>& handler, const orlo::dabo::Dabo::Properties& properties);
 
@@ -83,11 +84,16 @@ public:
     std::thread::id eventThreadId() const { return thread.get_id(); }
 
 private:
-    KrinDabo(const orlo::dabo::Dabo::Properties& properties, const KrinDaboTestHooks& testHooks);
+    /// Tests create runtimes with a seam of their own, through a header that
+    /// is not installed.
+    friend class KrinDaboTesting;
+
+    KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_ptr<RuntimeSeam> seam);
 
     /// Hands `command` to the runtime's thread; waits for the delivery of its
-    /// event when that is immediate, or in any case if `waitEvenIfDelayed`.
-    void post(RuntimeCommand command, const EventDelivery& delivery, bool waitEvenIfDelayed);
+    /// event when that is immediate (`eventImmediate`), or in any case if
+    /// `waitEvenIfDelayed`. True if it waited and the command is done.
+    bool post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed);
 
     orlo::dabo::Dabo::Properties properties;
     std::shared_ptr<KrinRuntime> runtime;

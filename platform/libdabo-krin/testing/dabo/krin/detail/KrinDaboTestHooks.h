@@ -1,33 +1,18 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
+#include <memory>
 #include <string>
+
+#include "dabo/Dabo.h"
+#include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/RuntimeSeam.h"
 
 namespace orlo::dabo::krin::detail {
 
-/// How the runtime hands out one kind of event. Only tests change it, to
-/// reach the fault paths of the objects that wait for the event.
-struct EventDelivery {
-    enum class Mode {
-        /// As soon as the runtime's thread has done the work.
-        Immediately,
-        /// Never: the work is done, the event is not delivered.
-        Withhold,
-        /// After `delay`, on the runtime's thread, without holding it up meanwhile.
-        Delay,
-    };
-
-    Mode mode = Mode::Immediately;
-    std::chrono::milliseconds delay{0};
-
-    static EventDelivery immediately() { return {}; }
-    static EventDelivery withheld() { return {Mode::Withhold, std::chrono::milliseconds(0)}; }
-    static EventDelivery delayedBy(std::chrono::milliseconds by) { return {Mode::Delay, by}; }
-};
-
-/// Options of a runtime that only tests set, when they create the runtime.
-/// They are deliberately not properties: a host's configuration cannot reach them.
+/// Options of a runtime that only tests set, when they create the runtime
+/// with KrinDaboTesting::create. They are deliberately not properties, and
+/// this header is not installed: a host's configuration cannot reach them.
 struct KrinDaboTestHooks {
     /// Delivery of REGISTERED, for publishers and subscribers alike.
     EventDelivery registered;
@@ -52,6 +37,13 @@ struct KrinDaboTestHooks {
     /// with whether the handler given has no owner at all (never one that was
     /// set); false for createDealer. Lets a test count the calls.
     std::function<void(const std::string& operation, bool handlerEmpty)> callObserver;
+};
+
+/// Creates runtimes whose seam follows test hooks.
+class KrinDaboTesting {
+public:
+    static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties,
+                                            const KrinDaboTestHooks& hooks);
 };
 
 }  // namespace orlo::dabo::krin::detail

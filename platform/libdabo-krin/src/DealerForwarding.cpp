@@ -1,0 +1,62 @@
+#include "DealerForwarding.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <utility>
+
+#include "dabo/krin/detail/RuntimeSeam.h"
+
+namespace orlo::dabo::krin::detail {
+
+namespace {
+
+// Bounds the work of one turn of the runtime's loop, so that busy dealers
+// cannot starve commands, timers and the other sockets.
+constexpr int maxMessagesPerTurn = 1024;
+
+}  // namespace
+
+DealerForwarding::DealerForwarding(zmq::context_t& context, const std::string& address, int highWaterMark,
+                                   RuntimeSeam& runtimeSeam, log4cplus::Logger runtimeLogger)
+    : seam(runtimeSeam), logger(std::move(runtimeLogger)), routerSocket(context, zmq::socket_type::router) {
+    routerSocket.set(zmq::sockopt::linger, 0);
+    routerSocket.set(zmq::sockopt::rcvhwm, highWaterMark);
+    routerSocket.bind(address);
+}
+
+void DealerForwarding::forward() {
+    for (int n = 0; n < maxMessagesPerTurn; ++n) {
+        zmq::message_t routing;
+        if (!routerSocket.recv(routing, zmq::recv_flags::dontwait)) {
+            return;
+        }
+        const auto found = routes.find(routing.to_string());
+        zmq::socket_t* xpub = found != routes.end() ? found->second : nullptr;
+        bool more = routing.more();
+        while (more) {
+            // The parts of a message arrive together, so none is waited for.
+            zmq::message_t frame;
+            if (!routerSocket.recv(frame, zmq::recv_flags::dontwait)) {
+                break;
+            }
+            more = frame.more();
+            if (xpub != nullptr) {
+                // Sending hands the frame's buffer over; nothing is copied.
+                xpub->send(frame, more ? zmq::send_flags::sndmore | zmq::send_flags::dontwait
+                                       : zmq::send_flags::dontwait);
+            }
+        }
+        if (xpub == nullptr) {
+            dropped(routing);
+        }
+    }
+}
+
+void DealerForwarding::dropped(const zmq::message_t& routing) {
+    if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
+        LOG4CPLUS_TRACE(logger, "Dropped a message of unregistered dealer " << routing.to_string());
+    }
+    seam.messageDropped(routing.to_string());
+}
+
+}  // namespace orlo::dabo::krin::detail

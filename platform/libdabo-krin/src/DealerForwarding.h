@@ -1,0 +1,43 @@
+#pragma once
+
+#include <log4cplus/logger.h>
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <zmq.hpp>
+
+namespace orlo::dabo::krin::detail {
+
+class RuntimeSeam;
+
+/// The runtime's ROUTER, to which every dealer connects, and the route of
+/// each registered dealer to the XPUB of its endpoint. Frames of a dealer
+/// without a route are dropped.
+class DealerForwarding {
+public:
+    DealerForwarding(zmq::context_t& context, const std::string& address, int highWaterMark, RuntimeSeam& seam,
+                     log4cplus::Logger logger);
+
+    zmq::socket_t& router() { return routerSocket; }
+
+    /// From now on the frames of the dealer `identity` go to `xpub`.
+    void route(const std::string& identity, zmq::socket_t& xpub) { routes[identity] = &xpub; }
+    /// From now on the frames of the dealer `identity` are dropped.
+    void unroute(const std::string& identity) { routes.erase(identity); }
+
+    /// Moves the waiting messages of the dealers to their XPUBs, up to a
+    /// bound per call: the routing frame is dropped, the others are handed
+    /// over without a copy.
+    void forward();
+
+private:
+    void dropped(const zmq::message_t& routing);
+
+    RuntimeSeam& seam;
+    log4cplus::Logger logger;
+    zmq::socket_t routerSocket;
+    std::unordered_map<std::string, zmq::socket_t*> routes;
+};
+
+}  // namespace orlo::dabo::krin::detail

@@ -1,0 +1,95 @@
+#include "PublishingEndpoints.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <chrono>
+#include <utility>
+
+#include "BindRetries.h"
+#include "DealerForwarding.h"
+#include "PollSet.h"
+#include "SocketSetup.h"
+
+namespace orlo::dabo::krin::detail {
+
+void PublishingEndpoints::bind(const std::string& endpoint) {
+    if (endpoints.count(endpoint) != 0) {
+        return;
+    }
+    auto xpub = std::make_unique<zmq::socket_t>(ctx.zmqContext, zmq::socket_type::xpub);
+    xpub->set(zmq::sockopt::linger, 0);
+    xpub->set(zmq::sockopt::sndhwm, ctx.highWaterMark);
+    // Every subscription reaches the runtime, which decides whether the
+    // XPUB takes it (SubscriptionGate); joins are observed one by one.
+    xpub->set(zmq::sockopt::xpub_verbose, 1);
+    xpub->set(zmq::sockopt::xpub_manual, 1);
+    ctx.socketOptions.applyToPublishing(*xpub);
+    allowIpv6For(*xpub, endpoint);
+    // Watching from before the bind, so that no connection goes unseen;
+    // declared after the socket, so that it stops first.
+    auto monitor = std::make_unique<ConnectionMonitor>(ctx.zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
+                                                       endpoint, ctx.socketOptions.subscriptionSizeLimit());
+    xpub->bind(endpoint);
+    LOG4CPLUS_TRACE(ctx.logger, "Bound endpoint " << endpoint);
+    endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor),
+                                         std::make_unique<SubscriptionGate>(endpoint, ctx.seam, ctx.logger)});
+    ctx.pollSet.invalidate();
+}
+
+void PublishingEndpoints::attach(const std::string& identity, const std::string& endpoint) {
+    Endpoint& bound = endpoints.at(endpoint);
+    const auto previous = publishers.find(identity);
+    if (previous != publishers.end()) {
+        const std::string previousEndpoint = previous->second;
+        publishers.erase(previous);
+        if (previousEndpoint != endpoint) {
+            release(previousEndpoint);
+        } else {
+            --bound.publishers;
+        }
+    }
+    ++bound.publishers;
+    publishers[identity] = endpoint;
+    ctx.forwarding.route(identity, *bound.xpub);
+}
+
+bool PublishingEndpoints::detach(const std::string& identity, std::string& endpoint) {
+    const auto publisher = publishers.find(identity);
+    if (publisher == publishers.end()) {
+        return false;
+    }
+    endpoint = publisher->second;
+    publishers.erase(publisher);
+    ctx.forwarding.unroute(identity);
+    release(endpoint);
+    return true;
+}
+
+void PublishingEndpoints::release(const std::string& endpoint) {
+    const auto found = endpoints.find(endpoint);
+    if (found == endpoints.end() || --found->second.publishers > 0) {
+        return;
+    }
+    endpoints.erase(found);
+    ctx.bindRetries.released(endpoint, std::chrono::steady_clock::now());
+    ctx.pollSet.invalidate();
+    LOG4CPLUS_TRACE(ctx.logger, "Released endpoint " << endpoint);
+}
+
+void PublishingEndpoints::addTo(PollSet& pollSet) {
+    for (auto& entry : endpoints) {
+        Endpoint& bound = entry.second;
+        pollSet.add(*bound.xpub, &bound, [&bound] { bound.gate->serve(*bound.xpub); });
+        pollSet.add(bound.monitor->socket(), &bound, [&bound] { bound.monitor->serve(); });
+    }
+}
+
+void PublishingEndpoints::closeAll() {
+    for (const auto& publisher : publishers) {
+        ctx.forwarding.unroute(publisher.first);
+    }
+    publishers.clear();
+    endpoints.clear();
+}
+
+}  // namespace orlo::dabo::krin::detail

@@ -1,0 +1,129 @@
+#include "SubscriberSockets.h"
+
+#include <log4cplus/loggingmacros.h>
+
+#include <utility>
+
+#include "EventAnnouncer.h"
+#include "PollSet.h"
+#include "SocketSetup.h"
+#include "dabo/util/DaboUtil.h"
+
+namespace orlo::dabo::krin::detail {
+
+namespace {
+
+// Bounds the events for one socket per turn of the loop, so that a busy
+// subscriber cannot starve commands, timers and the other sockets.
+constexpr int maxEventsPerTurn = 256;
+
+}  // namespace
+
+SubscriberSockets::SubscriberSockets(zmq::context_t& zmqContext, const KrinSocketOptions& options, int highWaterMark,
+                                     PollSet& runtimePollSet, log4cplus::Logger runtimeLogger)
+    : context(zmqContext),
+      socketOptions(options),
+      hwm(highWaterMark),
+      pollSet(runtimePollSet),
+      logger(std::move(runtimeLogger)) {}
+
+std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoint, const std::string& topicIdFrame,
+                                                       const std::weak_ptr<EventsHandler>& handler) {
+    auto socket = std::make_shared<zmq::socket_t>(context, zmq::socket_type::sub);
+    socket->set(zmq::sockopt::linger, 0);
+    socket->set(zmq::sockopt::rcvhwm, hwm);
+    socketOptions.applyToSubscribing(*socket);
+    allowIpv6For(*socket, endpoint);
+    socket->set(zmq::sockopt::subscribe, topicIdFrame);
+    // Watching from before the connection, so that none of its events goes unseen.
+    std::unique_ptr<ConnectionMonitor> monitor;
+    if (socketOptions.messageSizeLimit() > 0) {
+        monitor = std::make_unique<ConnectionMonitor>(context, *socket, ConnectionMonitor::Side::Subscribing, endpoint,
+                                                      socketOptions.messageSizeLimit());
+    }
+    try {
+        socket->connect(endpoint);
+    } catch (const zmq::error_t& e) {
+        LOG4CPLUS_ERROR(logger, "Failed to connect subscriber to " << endpoint << ": " << e.what());
+        monitor.reset();
+        socket->close();
+        return nullptr;
+    }
+    if (monitor) {
+        pollSet.invalidate();
+    }
+    subscribers[socket.get()] = Subscriber{socket, handler, false, endpoint, std::move(monitor)};
+    if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
+        LOG4CPLUS_TRACE(logger, "Registered subscriber " << orlo::dabo::util::hexStr(topicIdFrame) << " on "
+                                                         << endpoint);
+    }
+    return socket;
+}
+
+void SubscriberSockets::startServing(zmq::socket_t* socket) {
+    const auto found = subscribers.find(socket);
+    if (found != subscribers.end()) {
+        found->second.served = true;
+        pollSet.invalidate();
+    }
+}
+
+void SubscriberSockets::close(zmq::socket_t* socket) {
+    const auto found = subscribers.find(socket);
+    if (found == subscribers.end()) {
+        return;
+    }
+    pollSet.forget(&found->second);
+    closeSocket(found->second);
+    subscribers.erase(found);
+}
+
+void SubscriberSockets::closeAll() {
+    for (auto& subscriber : subscribers) {
+        closeSocket(subscriber.second);
+    }
+    subscribers.clear();
+}
+
+void SubscriberSockets::closeSocket(Subscriber& subscriber) {
+    subscriber.monitor.reset();
+    subscriber.socket->close();
+}
+
+void SubscriberSockets::addTo(PollSet& set) {
+    for (auto& entry : subscribers) {
+        zmq::socket_t* key = entry.first;
+        Subscriber& subscriber = entry.second;
+        if (subscriber.served) {
+            set.add(*subscriber.socket, &subscriber, [this, key] { serveReadable(key); });
+        }
+        if (subscriber.monitor) {
+            set.add(subscriber.monitor->socket(), &subscriber, [&subscriber] { subscriber.monitor->serve(); });
+        }
+    }
+}
+
+void SubscriberSockets::serveReadable(zmq::socket_t* key) {
+    for (int n = 0; n < maxEventsPerTurn; ++n) {
+        const auto found = subscribers.find(key);
+        if (found == subscribers.end() || !found->second.served) {
+            return;
+        }
+        std::shared_ptr<zmq::socket_t> socket = found->second.socket;
+        if (!deliverEvent(logger, found->second.handler, socket, POLLER_READABLE)) {
+            close(key);
+            return;
+        }
+        if (socket->handle() == nullptr) {
+            return;
+        }
+        // Frames the handler left unread stay where they are: they are readable,
+        // so the next event hands them to the handler, which decides what they
+        // mean. The runtime never edits a subscriber's stream.
+        if ((socket->get(zmq::sockopt::events) & ZMQ_POLLIN) == 0) {
+            return;
+        }
+    }
+}
+
+}  // namespace orlo::dabo::krin::detail

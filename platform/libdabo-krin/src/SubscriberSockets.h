@@ -1,0 +1,64 @@
+#pragma once
+
+#include <log4cplus/logger.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <zmq.hpp>
+
+#include "ConnectionMonitor.h"
+#include "KrinSocketOptions.h"
+#include "dabo/krin/detail/EventsHandler.h"
+
+namespace orlo::dabo::krin::detail {
+
+class PollSet;
+
+/// The SUB sockets of the registered subscribers, each with its handler.
+/// A socket is served, one POLLER_READABLE per message while it stays
+/// readable, only once its REGISTERED has been handed out.
+class SubscriberSockets {
+public:
+    SubscriberSockets(zmq::context_t& context, const KrinSocketOptions& options, int highWaterMark, PollSet& pollSet,
+                      log4cplus::Logger logger);
+
+    /// A SUB connected to `endpoint` with `topicIdFrame` as its only
+    /// subscription, not yet served; null when it cannot connect (logged).
+    std::shared_ptr<zmq::socket_t> open(const std::string& endpoint, const std::string& topicIdFrame,
+                                        const std::weak_ptr<EventsHandler>& handler);
+    bool contains(zmq::socket_t* socket) const { return subscribers.count(socket) != 0; }
+    /// Serves the socket from now on, once its REGISTERED was delivered.
+    void startServing(zmq::socket_t* socket);
+    /// Stops serving the socket and closes it.
+    void close(zmq::socket_t* socket);
+    void closeAll();
+
+    /// Puts every served socket and every monitor into the poll set.
+    void addTo(PollSet& pollSet);
+
+private:
+    struct Subscriber {
+        std::shared_ptr<zmq::socket_t> socket;
+        std::weak_ptr<EventsHandler> handler;
+        /// Polled only once REGISTERED has been handed out, so it comes first.
+        bool served = false;
+        std::string endpoint;
+        /// While a message size limit is set.
+        std::unique_ptr<ConnectionMonitor> monitor;
+    };
+
+    /// Hands the handler one event per waiting message, up to a bound.
+    void serveReadable(zmq::socket_t* key);
+    /// Stops watching the subscriber's socket, then closes it.
+    static void closeSocket(Subscriber& subscriber);
+
+    zmq::context_t& context;
+    const KrinSocketOptions& socketOptions;
+    int hwm;
+    PollSet& pollSet;
+    log4cplus::Logger logger;
+    std::map<zmq::socket_t*, Subscriber> subscribers;
+};
+
+}  // namespace orlo::dabo::krin::detail
