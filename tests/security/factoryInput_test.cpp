@@ -236,7 +236,7 @@ TEST(FactoryInputTest, PublisherFactoryOnAPortHeldByAnotherProgramFailsAtOnceSay
     zmq::socket_t squatter(context, zmq::socket_type::pub);
     squatter.set(zmq::sockopt::linger, 0);
     squatter.bind("tcp://127.0.0.1:" + port);
-    const Runtime dabo = KrinDabo::create({});
+    const Runtime dabo = lumotypes::host::createRuntime({});
 
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(refusal([&] {
@@ -250,7 +250,7 @@ TEST(FactoryInputTest, PublisherFactoryOnAPortHeldByAnotherProgramFailsAtOnceSay
 }
 
 TEST(FactoryInputTest, PublisherFactoryOnAHostNameFailsAtOnceSayingAPublisherBindsAnAddress) {
-    const Runtime dabo = KrinDabo::create({});
+    const Runtime dabo = lumotypes::host::createRuntime({});
     const std::string port = std::to_string(lumo::test::freePort());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(refusal([&] {

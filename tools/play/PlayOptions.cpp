@@ -3,7 +3,7 @@
 #include <iostream>
 
 #include "tools/common/CommandLine.h"
-#include "tools/common/ToolMain.h"
+#include "tools/common/ToolCommandLine.h"
 #include "lumotypes/host/Plugin.h"
 
 namespace lumo::play {
@@ -17,8 +17,8 @@ constexpr const char* defaultSlowJoinerDelayMs = "500";
 
 }  // namespace
 
-bool parsePlayOptions(int argc, char** argv, PlayOptions& options) {
-    CLI::App app{
+std::optional<int> parsePlayOptions(int argc, char** argv, PlayOptions& options) {
+    tools::ToolCommandLine commandLine{"krin-play",
         "Forms: krin-play [OPTIONS] FILE.mcap URI\n"
         "       krin-play --info FILE.mcap\n\n"
         "Publishes the samples recorded in an MCAP file through the plug-in's\n"
@@ -26,16 +26,14 @@ bool parsePlayOptions(int argc, char** argv, PlayOptions& options) {
         "--speed). Each channel is published at URI followed by the channel's topic,\n"
         "e.g. krin.ps://*:7400 and /lumo/demo/LumoMode. Channels must hold protobuf\n"
         "messages of one of the plug-in's topics; the file is checked whole before\n"
-        "anything is published.",
-        "krin-play"};
+        "anything is published."};
+    CLI::App& app = commandLine.app();
     app.footer(
         "\nExit status: 0 when every sample is published, the --info is printed or\n"
         "when interrupted; 2 for a bad argument, or a truncated, corrupt or foreign\n"
         "file (the message names the file, the offset and the record); 3 if the\n"
         "plug-in or the runtime could not be set up.");
     std::vector<std::string> remaps;
-    std::vector<std::string> properties;
-    options.plugin = lumotypes::host::Plugin::defaultPath();
     app.add_option("FILE", options.file, "the recording")->required();
     app.add_option("URI", options.uri, "krin.ps://HOST:PORT to publish at (HOST * binds all interfaces)");
     auto* speed = app.add_option("--speed", options.speed, "play X times as fast as recorded (default 1)")
@@ -50,11 +48,11 @@ bool parsePlayOptions(int argc, char** argv, PlayOptions& options) {
     app.add_flag("--info", options.info, "print the file's topics, counts, time span and schemas; publish nothing");
     app.add_flag("--recover", options.recover,
                  "read the complete chunks of a recording that was not closed (killed recorder)");
-    app.add_option("-p", properties, "KEY=VALUE, a property of the runtime or the publishers (repeatable)")
-        ->allow_extra_args(false);
-    app.add_option("--plugin", options.plugin, "the plug-in to load");
-    if (!tools::parseCommandLine(app, argc, argv)) {
-        return false;
+    commandLine.addProperties(options.properties, "krin.ps.slowJoinerDelayMs=0");
+    commandLine.addCurveOptions(options.properties);
+    commandLine.addPlugin(options.plugin);
+    if (const auto exitCode = commandLine.parse(argc, argv)) {
+        return exitCode;
     }
     for (const auto& remap : remaps) {
         const auto equals = remap.find('=');
@@ -63,14 +61,11 @@ bool parsePlayOptions(int argc, char** argv, PlayOptions& options) {
         }
         options.remaps.emplace_back(remap.substr(0, equals), remap.substr(equals + 1));
     }
-    for (const auto& property : properties) {
-        tools::addProperty(options.properties, property);
-    }
     options.properties.emplace("krin.ps.slowJoinerDelayMs", defaultSlowJoinerDelayMs);
     if (!options.info && options.uri.empty()) {
         throw tools::UsageError("no URI to publish at (or --info to only describe the file)");
     }
-    return true;
+    return std::nullopt;
 }
 
 }  // namespace lumo::play

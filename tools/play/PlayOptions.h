@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,8 +26,10 @@ struct PlayOptions {
     std::string plugin;
 };
 
-/// Parses the command line; prints --help and returns false when asked for
-/// it; throws `UsageError` for a bad one.
-bool parsePlayOptions(int argc, char** argv, PlayOptions& options);
+/// Parses the command line into `options`: the exit code to end with when
+/// the tool should not go on (--help, --version, or a refused argument,
+/// already printed), otherwise nothing. Throws `UsageError` for arguments
+/// that parse but do not fit together.
+std::optional<int> parsePlayOptions(int argc, char** argv, PlayOptions& options);
 
 }  // namespace lumo::play

@@ -12,8 +12,8 @@ int main(int argc, char** argv) {
     using namespace lumo;
     return tools::runTool("krin-play", [&](const std::atomic<bool>& interrupted) -> int {
         play::PlayOptions options;
-        if (!play::parsePlayOptions(argc, argv, options)) {
-            return tools::exitOk;
+        if (const auto exitCode = play::parsePlayOptions(argc, argv, options)) {
+            return *exitCode;
         }
         try {
             if (options.info) {

@@ -6,7 +6,7 @@
 #include "lumotypes/host/Plugin.h"
 #include "lumotypes/host/Topics.h"
 #include "tools/common/CommandLine.h"
-#include "tools/common/ToolMain.h"
+#include "tools/common/ToolCommandLine.h"
 
 namespace lumo::record {
 
@@ -32,8 +32,8 @@ std::string defaultOutput() {
 
 }  // namespace
 
-bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
-    CLI::App app{
+std::optional<int> parseRecordOptions(int argc, char** argv, RecordOptions& options) {
+    tools::ToolCommandLine commandLine{"krin-record",
         "Forms: krin-record [OPTIONS] URI TOPIC [URI TOPIC]...\n"
         "       krin-record [OPTIONS] --all krin.ps://HOST:PORT/PREFIX\n\n"
         "Records samples of live topics into an MCAP file: one channel per URI, each\n"
@@ -41,8 +41,8 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
         "(publish time) and its sampleSequence, in zstd- or lz4-compressed chunks with\n"
         "indexes and a summary. A chunk is written at least once a second, so a recorder\n"
         "that is killed loses at most the last second; Ctrl-C or SIGTERM closes the file\n"
-        "properly. Progress goes to stderr once a second.",
-        "krin-record"};
+        "properly. Progress goes to stderr once a second."};
+    CLI::App& app = commandLine.app();
     app.footer("\nTOPIC is one of: " + topicList() +
                "\nURI is krin.ps://HOST:PORT/PATH; without a PATH, /TOPIC is used.\n"
                "\nExit status: 0 when the recording ended (--duration, --count, Ctrl-C) and the\n"
@@ -51,9 +51,7 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
                "not be set up, or the file could not be written (what was flushed before\n"
                "stays readable).");
     std::vector<std::string> positional;
-    std::vector<std::string> properties;
     options.output = defaultOutput();
-    options.plugin = lumotypes::host::Plugin::defaultPath();
     app.add_option("-o,--output", options.output, "the file to write (default: recording-DATE-TIME.mcap)");
     app.add_option("--duration", options.duration, "stop after S seconds")->check(CLI::PositiveNumber);
     app.add_option("--count", options.count, "stop after N samples of all topics together");
@@ -63,17 +61,15 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
         ->check(CLI::IsMember({"zstd", "lz4", "none"}));
     app.add_option("--chunk-size", options.chunkSize, "bytes of records after which a chunk is written (default 1 MiB)")
         ->check(CLI::Range(std::size_t{1}, std::size_t{256} * 1024 * 1024));
-    app.add_option("-p", properties, "KEY=VALUE, a property of the runtime (repeatable)")->allow_extra_args(false);
-    app.add_option("--plugin", options.plugin, "the plug-in whose schema is stored in the file");
+    commandLine.addProperties(options.properties, "krin.runtime.maxMessageSize=1048576");
+    commandLine.addCurveOptions(options.properties);
+    commandLine.addPlugin(options.plugin);
     app.add_option("URI_TOPIC", positional, "pairs of a topic URI and its topic type");
-    if (!tools::parseCommandLine(app, argc, argv)) {
-        return false;
+    if (const auto exitCode = commandLine.parse(argc, argv)) {
+        return exitCode;
     }
     if (options.compression == "none") {
         options.compression = "";
-    }
-    for (const auto& property : properties) {
-        tools::addProperty(options.properties, property);
     }
     if (positional.size() % 2 != 0) {
         throw tools::UsageError("URI '" + positional.back() + "' has no TOPIC after it");
@@ -92,7 +88,7 @@ bool parseRecordOptions(int argc, char** argv, RecordOptions& options) {
     if (options.topics.empty()) {
         throw tools::UsageError("nothing to record: give URI TOPIC pairs or --all");
     }
-    return true;
+    return std::nullopt;
 }
 
 }  // namespace lumo::record

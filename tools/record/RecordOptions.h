@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,10 @@ struct RecordOptions {
     std::string plugin;
 };
 
-/// Parses the command line; prints --help and returns false when asked for
-/// it; throws `UsageError` for a bad one.
-bool parseRecordOptions(int argc, char** argv, RecordOptions& options);
+/// Parses the command line into `options`: the exit code to end with when
+/// the tool should not go on (--help, --version, or a refused argument,
+/// already printed), otherwise nothing. Throws `UsageError` for arguments
+/// that parse but do not fit together.
+std::optional<int> parseRecordOptions(int argc, char** argv, RecordOptions& options);
 
 }  // namespace lumo::record

@@ -10,6 +10,7 @@
 #include "lumotypes/host/Plugin.h"
 #include "lumotypes/host/Runtime.h"
 #include "lumotypes/host/Topics.h"
+#include "lumotypes/host/WireTap.h"
 #include "tools/common/RecordedSchemas.h"
 #include "tools/common/SequenceGaps.h"
 #include "tools/common/TopicUri.h"

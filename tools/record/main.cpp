@@ -11,8 +11,8 @@ int main(int argc, char** argv) {
     using namespace lumo;
     return tools::runTool("krin-record", [&](const std::atomic<bool>& interrupted) -> int {
         record::RecordOptions options;
-        if (!record::parseRecordOptions(argc, argv, options)) {
-            return tools::exitOk;
+        if (const auto exitCode = record::parseRecordOptions(argc, argv, options)) {
+            return *exitCode;
         }
         try {
             return record::record(options, interrupted);

@@ -16,6 +16,7 @@
 #include "tools/common/CommandLine.h"
 #include "tools/common/Schema.h"
 #include "tools/common/StopSignal.h"
+#include "tools/common/ToolCommandLine.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/common/TopicUri.h"
 #include "tools/common/TypeHash.h"
@@ -30,8 +31,8 @@ using lumo::scope::TopicFeed;
 
 struct Options {
     std::string listen = "127.0.0.1:0";
-    std::vector<std::string> properties;
-    std::string plugin = Plugin::defaultPath();
+    orlo::dabo::Dabo::Properties properties;
+    std::string plugin;
     std::size_t maxPages = 16;
     std::vector<std::string> subscriptions;
 };
@@ -67,11 +68,12 @@ void splitListen(const std::string& text, std::string& host, unsigned short& por
         throw UsageError("option --listen takes HOST:PORT, not '" + text + "'");
     }
     host = text.substr(0, colon);
-    const unsigned long number = wholeNumber(text.substr(colon + 1), "--listen");
-    if (number > 65535) {
-        throw UsageError("option --listen takes a port up to 65535, not " + text.substr(colon + 1));
+    const std::string portText = text.substr(colon + 1);
+    if (portText.empty() || portText.size() > 5 || portText.find_first_not_of("0123456789") != std::string::npos ||
+        std::stoul(portText) > 65535) {
+        throw UsageError("option --listen takes a port up to 65535, not '" + portText + "'");
     }
-    port = static_cast<unsigned short>(number);
+    port = static_cast<unsigned short>(std::stoul(portText));
 }
 
 /// Many pages, or many connections that try, must not run the process out
@@ -85,10 +87,7 @@ void raiseDescriptorLimit() {
 }
 
 int run(const Options& options) {
-    orlo::dabo::Dabo::Properties properties;
-    for (const auto& property : options.properties) {
-        addProperty(properties, property);
-    }
+    const orlo::dabo::Dabo::Properties& properties = options.properties;
     std::string host;
     unsigned short port = 0;
     splitListen(options.listen, host, port);
@@ -162,16 +161,14 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     configureToolLogging();
     Options options;
-    CLI::App app("Plots live topics in a browser: subscribes to each TOPIC at its URI and serves a page.",
-                 "krin-scope");
+    ToolCommandLine commandLine("krin-scope",
+                                "Plots live topics in a browser: subscribes to each TOPIC at its URI and serves a page.");
+    CLI::App& app = commandLine.app();
     app.add_option("--listen", options.listen, "the page's address (default 127.0.0.1 on a free port)")
         ->type_name("HOST:PORT");
-    app.add_option("-p", options.properties, "a runtime property, e.g. -p krin.runtime.highWaterMark=5000")
-        ->type_name("KEY=VALUE")
-        ->allow_extra_args(false);
-    app.add_option("--plugin", options.plugin, "the plug-in whose schema decodes the samples")
-        ->type_name("PATH")
-        ->default_str(options.plugin);
+    commandLine.addProperties(options.properties, "krin.runtime.highWaterMark=5000");
+    commandLine.addCurveOptions(options.properties);
+    commandLine.addPlugin(options.plugin);
     app.add_option("--max-pages", options.maxPages, "pages open at once; more are refused (default 16)")
         ->type_name("N")
         ->check(CLI::Range(1, 1000));
@@ -179,19 +176,15 @@ int main(int argc, char** argv) {
         ->type_name("")
         ->required();
     app.footer(footer());
+    if (const auto exitCode = commandLine.parse(argc, argv)) {
+        return *exitCode;
+    }
     try {
-        app.parse(argc, argv);
         if (options.subscriptions.size() % 2 != 0) {
             throw UsageError("expected URI TOPIC pairs, got " + std::to_string(options.subscriptions.size()) +
                              " arguments");
         }
         return run(options);
-    } catch (const CLI::CallForHelp&) {
-        std::cout << app.help();
-        return exitOk;
-    } catch (const CLI::ParseError& error) {
-        std::cerr << "krin-scope: " << error.what() << "\n(krin-scope --help explains the arguments)" << std::endl;
-        return exitUsage;
     } catch (const UsageError& error) {
         std::cerr << "krin-scope: " << error.what() << "\n(krin-scope --help explains the arguments)" << std::endl;
         return exitUsage;
