@@ -1,5 +1,6 @@
 # lumo_generate_bindings(<target>
 #     PROTO <schema.proto>            schema of the interface package
+#     TYPE_HASHES <table.txt>         type hash of every topic, one "Topic 0xHHHHHHHH" per line
 #     IMPORT_DIRS <dir>...            import roots; the schema's own directory comes first
 #     OUT_DIR <dir>                   where the generated files go (in the build tree)
 #     [EXPORT_MACRO <macro> EXPORT_HEADER <header>]
@@ -10,7 +11,7 @@
 # the generation. The set of per-topic headers follows from the schema; the
 # fixed-name files below are the ones the build tracks.
 function(lumo_generate_bindings target)
-  cmake_parse_arguments(ARG "" "PROTO;OUT_DIR;EXPORT_MACRO;EXPORT_HEADER;GENERATED_SOURCES" "IMPORT_DIRS" ${ARGN})
+  cmake_parse_arguments(ARG "" "PROTO;TYPE_HASHES;OUT_DIR;EXPORT_MACRO;EXPORT_HEADER;GENERATED_SOURCES" "IMPORT_DIRS" ${ARGN})
   get_filename_component(proto "${ARG_PROTO}" ABSOLUTE)
   get_filename_component(proto_dir "${proto}" DIRECTORY)
   get_filename_component(proto_name "${proto}" NAME)
@@ -21,9 +22,10 @@ function(lumo_generate_bindings target)
   string(REGEX MATCH "package[ \t]+([A-Za-z0-9_.]+)" package_line "${package_line}")
   string(REGEX REPLACE "^.*\\." "" ns "${CMAKE_MATCH_1}")
 
-  set(options "")
+  get_filename_component(type_hashes "${ARG_TYPE_HASHES}" ABSOLUTE)
+  set(options "type_hashes=${type_hashes}")
   if(ARG_EXPORT_MACRO)
-    set(options "export_macro=${ARG_EXPORT_MACRO},export_header=${ARG_EXPORT_HEADER}:")
+    string(APPEND options ",export_macro=${ARG_EXPORT_MACRO},export_header=${ARG_EXPORT_HEADER}")
   endif()
   set(import_args -I "${proto_dir}")
   foreach(dir IN LISTS ARG_IMPORT_DIRS)
@@ -34,6 +36,7 @@ function(lumo_generate_bindings target)
     "${ARG_OUT_DIR}/${ns}/Enums.h"
     "${ARG_OUT_DIR}/${ns}/Topics.h"
     "${ARG_OUT_DIR}/${ns}/Fields.h"
+    "${ARG_OUT_DIR}/${ns}/host/Topics.h"
     "${ARG_OUT_DIR}/${ns}/${base}.h"
     "${ARG_OUT_DIR}/${ns}/krin/${base}Impl.h")
   set(sources
@@ -45,9 +48,9 @@ function(lumo_generate_bindings target)
     COMMAND ${CMAKE_COMMAND} -E make_directory "${ARG_OUT_DIR}"
     COMMAND protobuf::protoc
             --plugin=protoc-gen-lumo=$<TARGET_FILE:protoc-gen-lumo>
-            "--lumo_out=${options}${ARG_OUT_DIR}"
+            "--lumo_out=${options}:${ARG_OUT_DIR}"
             ${import_args} "${proto_name}"
-    DEPENDS "${proto}" protoc-gen-lumo
+    DEPENDS "${proto}" "${type_hashes}" protoc-gen-lumo
     WORKING_DIRECTORY "${proto_dir}"
     COMMENT "Generating the ${ns} topic classes and bindings from ${proto_name}"
     VERBATIM)

@@ -7,6 +7,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <fstream>
+#include <iomanip>
+#include <map>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -35,6 +39,8 @@ struct Field {
 
 struct Topic {
     std::string name;
+    std::string wireType;   // full name of the wire message, e.g. generated.krin.lumotypes.LumoMode
+    std::uint32_t typeHash = 0;
     std::vector<Field> fields;
     bool viewable = false;  // occurs as a single sub-message, so its binding has a view form
 };
@@ -48,6 +54,7 @@ struct Package {
     std::string descriptorTable;
     std::string exportMacro;
     std::string exportHeader;
+    std::string typeHashes;   // path of the table of type hashes
     std::vector<const pb::EnumDescriptor*> enums;
     std::vector<Topic> topics;
 };
@@ -185,6 +192,78 @@ bool describeField(const pb::FieldDescriptor* descriptor, const Package& package
     return true;
 }
 
+// The type hashes were fixed when the interface package was first published
+// and are shared with every other implementation of it, so they cannot be
+// derived from the schema: they are kept in a table beside it, one
+// "Topic 0xHASH" line per topic ('#' starts a comment). Every topic needs
+// exactly one entry, and every entry a topic.
+bool readTypeHashes(const std::string& path, std::map<std::string, std::uint32_t>* hashes, std::string* error) {
+    std::ifstream in(path);
+    if (!in) {
+        *error = "cannot read the type hash table " + path;
+        return false;
+    }
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        line = line.substr(0, line.find('#'));
+        std::istringstream words(line);
+        std::string topic;
+        std::string hash;
+        std::string extra;
+        if (!(words >> topic)) {
+            continue;
+        }
+        const std::string where = path + ":" + std::to_string(number) + ": ";
+        std::size_t end = 0;
+        unsigned long value = 0;
+        if (!(words >> hash) || (words >> extra) || hash.rfind("0x", 0) != 0 || hash.size() != 10) {
+            *error = where + "expected 'Topic 0xHHHHHHHH' (eight hex digits), not '" + line + "'";
+            return false;
+        }
+        try {
+            value = std::stoul(hash.substr(2), &end, 16);
+        } catch (const std::exception&) {
+            end = 0;
+        }
+        if (end != 8) {
+            *error = where + "'" + hash + "' is not eight hex digits";
+            return false;
+        }
+        if (!hashes->emplace(topic, static_cast<std::uint32_t>(value)).second) {
+            *error = where + "topic " + topic + " has a second type hash";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool assignTypeHashes(Package* package, std::string* error) {
+    if (package->typeHashes.empty()) {
+        *error = "no type hash table: give its path as option type_hashes";
+        return false;
+    }
+    std::map<std::string, std::uint32_t> hashes;
+    if (!readTypeHashes(package->typeHashes, &hashes, error)) {
+        return false;
+    }
+    for (Topic& topic : package->topics) {
+        const auto found = hashes.find(topic.name);
+        if (found == hashes.end()) {
+            *error = package->protoName + ": topic " + topic.name + " has no type hash; add the line '" +
+                     topic.name + " 0xHHHHHHHH' with its published type hash to " + package->typeHashes;
+            return false;
+        }
+        topic.typeHash = found->second;
+        hashes.erase(found);
+    }
+    if (!hashes.empty()) {
+        *error = package->typeHashes + ": " + hashes.begin()->first + " is not a topic of " + package->protoName +
+                 "; remove its line or add the message to the schema";
+        return false;
+    }
+    return true;
+}
+
 bool describePackage(const pb::FileDescriptor* file, const std::string& parameter, Package* package,
                      std::string* error) {
     std::vector<std::pair<std::string, std::string>> options;
@@ -194,6 +273,8 @@ bool describePackage(const pb::FileDescriptor* file, const std::string& paramete
             package->exportMacro = value;
         } else if (key == "export_header") {
             package->exportHeader = value;
+        } else if (key == "type_hashes") {
+            package->typeHashes = value;
         } else {
             *error = "unknown option: " + key;
             return false;
@@ -223,6 +304,7 @@ bool describePackage(const pb::FileDescriptor* file, const std::string& paramete
         }
         Topic topic;
         topic.name = message->name();
+        topic.wireType = message->full_name();
         for (int j = 0; j < message->field_count(); ++j) {
             Field field;
             if (!describeField(message->field(j), *package, &field, error)) {
@@ -238,7 +320,7 @@ bool describePackage(const pb::FileDescriptor* file, const std::string& paramete
     for (Topic& topic : package->topics) {
         topic.viewable = viewable.count(topic.name) != 0;
     }
-    return true;
+    return assignTypeHashes(package, error);
 }
 
 // ---------------------------------------------------------------------------
@@ -257,6 +339,12 @@ std::string paramType(const Field& field) {
 std::string banner(const Package& package) {
     return "// Generated by protoc-gen-lumo from " + package.protoName +
            ". Do not edit: change the schema or the generator.\n";
+}
+
+std::string hex(std::uint32_t value) {
+    std::ostringstream out;
+    out << "0x" << std::uppercase << std::hex << std::setw(8) << std::setfill('0') << value;
+    return out.str();
 }
 
 std::string exportInclude(const Package& package) {
@@ -289,6 +377,12 @@ std::string topicsHeader(const Package& package) {
         << "#define " << upperAll(package.ns) << "_FOR_EACH_TOPIC(X)";
     for (const Topic& topic : package.topics) {
         out << " \\\n    X(" << topic.name << ")";
+    }
+    out << "\n\n// Calls X(Topic, TypeHash) for every topic, in schema order: the constant that\n"
+        << "// names the topic's payload type in every message header.\n"
+        << "#define " << upperAll(package.ns) << "_FOR_EACH_TYPE_HASH(X)";
+    for (const Topic& topic : package.topics) {
+        out << " \\\n    X(" << topic.name << ", " << hex(topic.typeHash) << "u)";
     }
     out << "\n";
     return out.str();
@@ -535,6 +629,62 @@ std::string descriptorExport(const Package& package) {
     return out.str();
 }
 
+// What a host needs of each topic, from the same topic list as the plug-in:
+// names, the wire message, the type hash, the names of its four exported
+// factories, and the dispatch from a topic's name to its type.
+std::string hostTopicsHeader(const Package& package) {
+    static const char* const kinds[][2] = {{"publisherFactory", "Publisher"},
+                                           {"subscriberFactory", "Subscriber"},
+                                           {"mrvSubscriberFactory", "MrvSubscriber"},
+                                           {"dataEntityFactory", "DataEntity"}};
+    const std::string ns = package.ns;
+    std::ostringstream out;
+    out << banner(package) << "#pragma once\n\n#include <cstdint>\n#include <string>\n#include <vector>\n\n"
+        << "#include \"" << ns << "/" << package.base << ".h\"\n\n"
+        << "namespace " << ns << "::host {\n\n"
+        << "/// The schema as the message library knows it, and the exported function that\n"
+        << "/// returns its descriptor table.\n"
+        << "constexpr const char* schemaFile = \"" << package.protoName << "\";\n"
+        << "constexpr const char* descriptorTableGetter = \"" << package.descriptorTable << "_getter\";\n\n"
+        << "/// What is known of topic type `T` without loading the plug-in.\n"
+        << "template <typename T>\nstruct TopicTraits;\n";
+    for (const Topic& topic : package.topics) {
+        out << "\ntemplate <>\nstruct TopicTraits<::" << ns << "::" << topic.name << "> {\n"
+            << "    static constexpr const char* name = \"" << topic.name << "\";\n"
+            << "    static constexpr const char* wireType = \"" << topic.wireType << "\";\n"
+            << "    static constexpr std::uint32_t typeHash = " << hex(topic.typeHash) << "u;\n";
+        for (const auto& kind : kinds) {
+            out << "    static constexpr const char* " << kind[0] << " = \"generated_krin_" << kind[1] << "_" << ns
+                << "_" << topic.name << "\";\n";
+        }
+        out << "};\n";
+    }
+    out << "\n/// Stands for topic type `T` in a generic lambda:\n"
+        << "/// `[](auto tag) { using T = typename decltype(tag)::type; }`.\n"
+        << "template <typename T>\nstruct TopicTag {\n    using type = T;\n};\n\n"
+        << "/// The names of all topics, in schema order.\n"
+        << "inline std::vector<std::string> topicNames() {\n    return {";
+    for (std::size_t i = 0; i < package.topics.size(); ++i) {
+        out << (i == 0 ? "" : ", ") << "\"" << package.topics[i].name << "\"";
+    }
+    out << "};\n}\n\n"
+        << "/// Calls `visit(TopicTag<T>{})` for the topic type named `name`; false if there\n"
+        << "/// is no such topic.\n"
+        << "template <typename Visitor>\nbool withTopic(const std::string& name, Visitor&& visit) {\n";
+    for (const Topic& topic : package.topics) {
+        out << "    if (name == \"" << topic.name << "\") {\n        visit(TopicTag<::" << ns << "::" << topic.name
+            << ">{});\n        return true;\n    }\n";
+    }
+    out << "    return false;\n}\n\n"
+        << "/// Calls `visit(TopicTag<T>{})` for every topic type, in schema order.\n"
+        << "template <typename Visitor>\nvoid forEachTopic(Visitor&& visit) {\n";
+    for (const Topic& topic : package.topics) {
+        out << "    visit(TopicTag<::" << ns << "::" << topic.name << ">{});\n";
+    }
+    out << "}\n\n}  // namespace " << ns << "::host\n";
+    return out.str();
+}
+
 void write(pb::compiler::GeneratorContext* context, const std::string& name, const std::string& text) {
     std::unique_ptr<pb::io::ZeroCopyOutputStream> stream(context->Open(name));
     pb::io::CodedOutputStream coded(stream.get());
@@ -553,6 +703,7 @@ bool LumoGenerator::Generate(const pb::FileDescriptor* file, const std::string& 
     write(context, dir + "Enums.h", enumsHeader(package));
     write(context, dir + "Topics.h", topicsHeader(package));
     write(context, dir + "Fields.h", fieldTableHeader(*file, package.ns, banner(package)));
+    write(context, dir + "host/Topics.h", hostTopicsHeader(package));
     for (const Topic& topic : package.topics) {
         write(context, dir + topic.name + ".h", topicHeader(package, topic));
         write(context, dir + "krin/" + topic.name + "Impl.h", implHeader(package, topic));

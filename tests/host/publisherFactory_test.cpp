@@ -1,13 +1,8 @@
 // A host's view of the plug-in: it loads the shared library at run time,
 // finds the publisher factories by their plain names and uses what they
 // return only through the public interfaces. Nothing of the plug-in is linked
-// into this program.
-
-#include <arpa/inet.h>
-#include <dlfcn.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+// into this program. Only the last test reaches into the runtime, for its
+// test hooks.
 
 #include <gtest/gtest.h>
 
@@ -21,13 +16,8 @@
 #include "dabo/DaboException.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/Publisher.h"
-#include "dabo/ps/qos/QoS.h"
-#include "lumotypes/Lumotypes.h"
-#include "lumotypes/Topics.h"
-
-#ifndef LUMOTYPES_KRIN_PLUGIN_PATH
-#error "LUMOTYPES_KRIN_PLUGIN_PATH must name the plug-in to load"
-#endif
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 namespace {
 
@@ -36,30 +26,17 @@ using orlo::dabo::krin::detail::EventDelivery;
 using orlo::dabo::krin::detail::KrinDabo;
 using orlo::dabo::krin::detail::KrinDaboTestHooks;
 
-template <typename T>
-using PublisherFactory = orlo::dabo::ps::Publisher<T>* (*)(const std::string&,
-                                                            const std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>&,
-                                                            const orlo::dabo::Dabo::Properties&,
-                                                            const std::shared_ptr<KrinDabo>&);
+using lumotypes::host::createRuntime;
 
 /// The plug-in, loaded once for the whole program as a host would.
-void* plugin() {
-    static void* handle = [] {
-        void* loaded = dlopen(LUMOTYPES_KRIN_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (loaded == nullptr) {
-            ADD_FAILURE() << "dlopen: " << dlerror();
-        }
-        return loaded;
-    }();
-    return handle;
+const lumotypes::host::Plugin& plugin() {
+    static const lumotypes::host::Plugin loaded;
+    return loaded;
 }
 
 template <typename T>
-PublisherFactory<T> publisherFactory(const std::string& topic) {
-    const std::string name = "generated_krin_Publisher_lumotypes_" + topic;
-    void* symbol = plugin() == nullptr ? nullptr : dlsym(plugin(), name.c_str());
-    EXPECT_NE(symbol, nullptr) << name << " is not exported";
-    return reinterpret_cast<PublisherFactory<T>>(symbol);
+lumotypes::host::PublisherFactory<T>* publisherFactory(const std::string&) {
+    return plugin().factory<lumotypes::host::PublisherFactory<T>>(lumotypes::host::TopicTraits<T>::publisherFactory);
 }
 
 std::string topicUri(const std::string& topic) {
@@ -74,7 +51,7 @@ TEST(PublisherFactoryHostTest, PluginExportsEveryPublisherFactoryUndecorated) {
 }
 
 TEST(PublisherFactoryHostTest, EveryTopicsFactoryGivesAPublisherThatPublishesAndCloses) {
-    auto dabo = KrinDabo::create({});
+    auto dabo = createRuntime({});
     std::vector<std::string> published;
 #define LUMOTYPES_KRIN_PUBLISH_ONE(Name)                                                                  \
     {                                                                                                      \
@@ -99,7 +76,7 @@ TEST(PublisherFactoryHostTest, EveryTopicsFactoryGivesAPublisherThatPublishesAnd
 }
 
 TEST(PublisherFactoryHostTest, PublishAfterCloseThrowsIllegalStateExceptionCaughtByType) {
-    auto dabo = KrinDabo::create({});
+    auto dabo = createRuntime({});
     auto factory = publisherFactory<lumotypes::CentError>("CentError");
     ASSERT_NE(factory, nullptr);
     std::unique_ptr<orlo::dabo::ps::Publisher<lumotypes::CentError>> publisher(
@@ -121,7 +98,7 @@ TEST(PublisherFactoryHostTest, PublishAfterCloseThrowsIllegalStateExceptionCaugh
 }
 
 TEST(PublisherFactoryHostTest, ClosedInstancePublisherThrowsIllegalStateExceptionCaughtByType) {
-    auto dabo = KrinDabo::create({});
+    auto dabo = createRuntime({});
     auto factory = publisherFactory<lumotypes::LumoMode>("LumoMode");
     ASSERT_NE(factory, nullptr);
     std::unique_ptr<orlo::dabo::ps::Publisher<lumotypes::LumoMode>> publisher(
@@ -137,7 +114,7 @@ TEST(PublisherFactoryHostTest, ClosedInstancePublisherThrowsIllegalStateExceptio
 }
 
 TEST(PublisherFactoryHostTest, RefusedUriThrowsDaboExceptionCaughtByType) {
-    auto dabo = KrinDabo::create({});
+    auto dabo = createRuntime({});
     auto factory = publisherFactory<lumotypes::RefPos>("RefPos");
     ASSERT_NE(factory, nullptr);
     try {

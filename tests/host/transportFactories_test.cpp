@@ -11,36 +11,22 @@
 #include <vector>
 
 #include "FreePort.h"
-#include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/ps/DataEventFilter.h"
 #include "dabo/ps/MrvSubscriber.h"
 #include "dabo/ps/Publisher.h"
 #include "dabo/ps/Subscriber.h"
 #include "dabo/ps/qos/QoS.h"
-#include "lumotypes/Lumotypes.h"
-#include "lumotypes/Topics.h"
-#include "tools/loader/PluginLoader.h"
+#include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Runtime.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using orlo::dabo::krin::detail::KrinDabo;
-using QoSList = std::vector<std::shared_ptr<orlo::dabo::ps::qos::QoS>>;
+using lumotypes::host::TopicTraits;
 
-template <typename Interface>
-using Factory = Interface* (*)(const std::string&, const QoSList&, const orlo::dabo::Dabo::Properties&,
-                               const std::shared_ptr<KrinDabo>&);
-
-const lumo::tools::PluginLoader& plugin() {
-    static const lumo::tools::PluginLoader loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
+const lumotypes::host::Plugin& plugin() {
+    static const lumotypes::host::Plugin loaded(LUMOTYPES_KRIN_PLUGIN_PATH);
     return loaded;
-}
-
-template <typename Interface>
-std::unique_ptr<Interface> create(const std::string& kind, const std::string& topic, const std::string& uri,
-                                  const std::shared_ptr<KrinDabo>& dabo) {
-    auto factory = reinterpret_cast<Factory<Interface>>(plugin().symbol(lumo::tools::PluginLoader::factoryName(kind, topic)));
-    return std::unique_ptr<Interface>(factory(uri, {}, {}, dabo));
 }
 
 /// Publishes a complete sample of `T` until both subscribers hold one: a
@@ -48,14 +34,15 @@ std::unique_ptr<Interface> create(const std::string& kind, const std::string& to
 /// sent before it are lost by design. Bounded, and driven by the subscribers'
 /// own waits rather than by sleeping.
 template <typename T>
-void roundTrip(const std::string& topic) {
+void roundTrip() {
+    const std::string topic = TopicTraits<T>::name;
     SCOPED_TRACE(topic);
-    auto dabo = KrinDabo::create({});
+    auto dabo = lumotypes::host::createRuntime({});
     const std::string uri = "krin.ps://127.0.0.1:" + std::to_string(lumo::test::freePort()) + "/host/factories/" + topic;
 
-    auto queued = create<orlo::dabo::ps::Subscriber<T>>("Subscriber", topic, uri, dabo);
-    auto latest = create<orlo::dabo::ps::MrvSubscriber<T>>("MrvSubscriber", topic, uri, dabo);
-    auto publisher = create<orlo::dabo::ps::Publisher<T>>("Publisher", topic, uri, dabo);
+    auto queued = plugin().subscriber<T>(uri, {}, dabo);
+    auto latest = plugin().mrvSubscriber<T>(uri, {}, dabo);
+    auto publisher = plugin().publisher<T>(uri, {}, dabo);
     ASSERT_TRUE(queued && latest && publisher);
 
     // A clone is complete whatever its source, so it parses on the far side.
@@ -83,21 +70,19 @@ void roundTrip(const std::string& topic) {
 }
 
 TEST(TransportFactoriesHostTest, PluginExportsThirtyThreeTransportFactoriesUndecorated) {
-#define LUMO_TOPIC_NAME(Name) #Name,
-    const std::vector<std::string> topics = {LUMOTYPES_FOR_EACH_TOPIC(LUMO_TOPIC_NAME)};
-#undef LUMO_TOPIC_NAME
     int found = 0;
-    for (const char* kind : {"Publisher", "Subscriber", "MrvSubscriber"}) {
-        for (const std::string& topic : topics) {
-            EXPECT_NO_THROW(plugin().symbol(lumo::tools::PluginLoader::factoryName(kind, topic)));
+    lumotypes::host::forEachTopic([&](auto tag) {
+        using Traits = TopicTraits<typename decltype(tag)::type>;
+        for (const char* name : {Traits::publisherFactory, Traits::subscriberFactory, Traits::mrvSubscriberFactory}) {
+            EXPECT_NE(plugin().factory<void()>(name), nullptr) << name;
             ++found;
         }
-    }
+    });
     EXPECT_EQ(found, 33);
 }
 
 #define LUMO_ROUND_TRIP_TEST(Name) \
-    TEST(TransportFactoriesHostTest, Name##TravelsFromItsPublisherToBothSubscriberKinds) { roundTrip<lumotypes::Name>(#Name); }
+    TEST(TransportFactoriesHostTest, Name##TravelsFromItsPublisherToBothSubscriberKinds) { roundTrip<lumotypes::Name>(); }
 LUMOTYPES_FOR_EACH_TOPIC(LUMO_ROUND_TRIP_TEST)
 #undef LUMO_ROUND_TRIP_TEST
 

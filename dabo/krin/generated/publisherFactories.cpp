@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "dabo/Dabo.h"
@@ -12,6 +13,7 @@
 #include "dabo/ps/qos/QoS.h"
 #include "lumotypes/Lumotypes.h"
 #include "lumotypes/Topics.h"
+#include "lumotypes/host/Factories.h"
 #include "lumotypes/krin/LumotypesImpl.h"
 
 #define LUMOTYPES_KRIN_PUBLISHER_FACTORY(Name)                                                                   \
@@ -24,3 +26,12 @@
     }
 LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_KRIN_PUBLISHER_FACTORY)
 #undef LUMOTYPES_KRIN_PUBLISHER_FACTORY
+
+// Hosts call these through the signatures of the host component; a change on
+// either side fails here rather than in a host at run time.
+#define LUMOTYPES_KRIN_CHECK_SIGNATURE(Name)                                                           \
+    static_assert(std::is_same_v<decltype(generated_krin_Publisher_lumotypes_##Name),                      \
+                                 ::lumotypes::host::PublisherFactory<::lumotypes::Name>>,                  \
+                  "generated_krin_Publisher_lumotypes_" #Name " differs from lumotypes::host::PublisherFactory");
+LUMOTYPES_FOR_EACH_TOPIC(LUMOTYPES_KRIN_CHECK_SIGNATURE)
+#undef LUMOTYPES_KRIN_CHECK_SIGNATURE

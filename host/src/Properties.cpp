@@ -1,0 +1,52 @@
+#include "lumotypes/host/Properties.h"
+
+#include "dabo/krin/detail/KrinHelpers.h"
+#include "dabo/util/DaboUtil.h"
+
+namespace lumotypes::host::properties {
+
+const std::vector<PropertyInfo>& knownProperties() {
+    static const std::vector<PropertyInfo> known = {
+        {slowJoinerDelayMs, "publisher factory", "0 (krin-pub: 500)",
+         "milliseconds a new publisher sleeps after registering, so subscribers can join before its first sample"},
+        {disableTypeHashCheck, "subscriber factories", "`false`",
+         "accept payloads whose header names another type (`true`/`false`, any case)"},
+        {highWaterMark, "runtime", "1000",
+         "messages queued per socket (dealers, ROUTER, XPUBs, SUBs); 0 for no limit"},
+        {maxMessageSize, "runtime", "-1",
+         "largest message a socket accepts from another process, in bytes; -1 for no limit"},
+        {curveServerSecretKey, "runtime", "none",
+         "secret key (Z85, 40 characters) of a publishing runtime's endpoints; makes them CURVE servers"},
+        {curveServerPublicKey, "runtime", "none",
+         "public key of the publishing runtime's endpoints; a subscribing runtime needs it to connect"},
+        {curvePublicKey, "runtime", "none",
+         "public key of a subscribing runtime; needs `krin.runtime.curve.serverPublicKey`"},
+        {curveSecretKey, "runtime", "none",
+         "secret key of a subscribing runtime; needs `krin.runtime.curve.serverPublicKey`"},
+        {curveAuthorizedKeys, "runtime", "none (any subscriber with the server's public key)",
+         "public keys of the subscribers that a publishing runtime admits, separated by commas and/or white space; "
+         "needs `krin.runtime.curve.serverSecretKey`"},
+    };
+    return known;
+}
+
+std::vector<std::string> checkProperties(const orlo::dabo::Dabo::Properties& given) {
+    // The same readers, with the same messages, as the runtime and the factories use.
+    orlo::dabo::util::getLongProperty(given, highWaterMark, 0);
+    orlo::dabo::util::getLongProperty(given, maxMessageSize, -1);
+    orlo::dabo::util::getLongProperty(given, slowJoinerDelayMs, 0);
+    orlo::dabo::krin::detail::getDaboBoolProperty(given, disableTypeHashCheck, false);
+    std::vector<std::string> unread;
+    for (const auto& entry : given) {
+        bool known = false;
+        for (const PropertyInfo& property : knownProperties()) {
+            known = known || property.key == entry.first;
+        }
+        if (!known) {
+            unread.push_back(entry.first);
+        }
+    }
+    return unread;
+}
+
+}  // namespace lumotypes::host::properties
