@@ -190,14 +190,10 @@ struct Value<orlo::dabo::shared_vector<const E>> {
             refuse(where, "a sequence of numbers", value);
         }
         Input input;
-        try {
-            input.array = Array::ensure(value);
-            if (!input.array) {
-                throw py::error_already_set();
-            }
-        } catch (const py::error_already_set& error) {
+        input.array = Array::ensure(value);  // converts, or clears the error and returns null
+        if (!input.array) {
             throw py::value_error(where.text() + ": expected a sequence of numbers, got " + typeName(value) +
-                                  " (" + error.what() + ")");
+                                  " with elements that are not numbers");
         }
         if (input.array.ndim() != 1) {
             refuse(where, "a one-dimensional sequence of numbers", value);
