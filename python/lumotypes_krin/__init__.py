@@ -43,7 +43,9 @@ ENUMS = tuple(
     value for value in vars(_native).values() if isinstance(value, type) and issubclass(value, _enum.IntEnum)
 )
 globals().update({cls.__name__: cls for cls in TOPICS + ENUMS})
-for _cls in TOPICS + ENUMS + (Runtime, Publisher, Subscriber, MrvSubscriber, Listener):
+for _cls in TOPICS + ENUMS + (Runtime, Publisher, Subscriber, MrvSubscriber, Listener, _native.Endpoint) + (
+    DaboException, IllegalStateException, TimeoutException, PluginLoadError
+):
     _cls.__module__ = __name__
 
 __all__ = [
