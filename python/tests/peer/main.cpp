@@ -12,6 +12,7 @@
 //       publishes COUNT FieldStablizationTopicIn samples and reads each back
 //       in this process; prints the microseconds per sample.
 //
+// Arguments KEY=VALUE whose key starts with "krin." are runtime properties.
 // Prints "ready" once its publishers and subscribers exist. Exit codes: 0 ok,
 // 1 failed run, 2 bad argument, 3 set-up failure.
 #include <atomic>
@@ -69,8 +70,16 @@ int echo(const Plugin& plugin, const Runtime& runtime, const std::string& in, co
     return 0;
 }
 
+// Every field is required on the wire: a new entity has each set to its default.
+template <typename T>
+std::unique_ptr<T> completeEntity(const Plugin& plugin) {
+    auto entity = plugin.createDataEntity<T>();
+    lumotypes::Fields<T>::forEach([&](const char*, auto getter, auto setter) { ((*entity).*setter)(((*entity).*getter)()); });
+    return entity;
+}
+
 std::unique_ptr<lumotypes::FieldStablizationTopicIn> streamSample(const Plugin& plugin, std::uint32_t id) {
-    auto sample = plugin.createDataEntity<lumotypes::FieldStablizationTopicIn>();
+    auto sample = completeEntity<lumotypes::FieldStablizationTopicIn>(plugin);
     const float values[4] = {0.5f * static_cast<float>(id % 1000), 1.0f, 2.0f, 3.0f};
     const orlo::dabo::shared_vector<const float> errors(values, 4);
     sample->setSample_id(id);
@@ -149,7 +158,18 @@ int loop(const Plugin& plugin, const Runtime& runtime, const std::string& uri, l
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> args(argv + 1, argv + argc);
+    // Arguments of the form KEY=VALUE are properties of the runtime.
+    std::vector<std::string> args;
+    orlo::dabo::Dabo::Properties properties;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const auto equals = arg.find('=');
+        if (equals != std::string::npos && arg.rfind("krin.", 0) == 0) {
+            properties[arg.substr(0, equals)] = arg.substr(equals + 1);
+        } else {
+            args.push_back(arg);
+        }
+    }
     if (args.empty() || (args[0] == "echo" && args.size() != 4) || (args[0] == "stream" && args.size() != 4) ||
         (args[0] == "loop" && args.size() != 3) || (args[0] != "echo" && args[0] != "stream" && args[0] != "loop")) {
         std::cerr << "usage: lumo-python-peer echo IN_URI OUT_URI TOPIC | stream URI COUNT RATE | loop URI COUNT\n";
@@ -157,7 +177,7 @@ int main(int argc, char** argv) {
     }
     try {
         const Plugin plugin;
-        const Runtime runtime = lumotypes::host::createRuntime({});
+        const Runtime runtime = lumotypes::host::createRuntime(properties);
         if (args[0] == "stream") {
             return stream(plugin, runtime, args[1], std::stol(args[2]), std::stod(args[3]));
         }
