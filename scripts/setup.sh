@@ -12,6 +12,7 @@ packages=(
   liburiparser-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
+  python3-dev pybind11-dev python3-numpy python3-pytest python3-protobuf
 )
 
 # `--perf` adds what scripts/perf.sh needs beyond the build: the peer it is
