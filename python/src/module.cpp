@@ -7,6 +7,7 @@
 
 #include "Endpoints.h"
 #include "HostAccess.h"
+#include "Logging.h"
 #include "RuntimeObject.h"
 #include "Threads.h"
 #include "TopicClass.h"
@@ -108,6 +109,7 @@ void bindRuntime(py::module_& module) {
 
 PYBIND11_MODULE(_native, module) {
     module.doc() = "Native part of lumotypes_krin; use the package instead.";
+    lp::configureLogging();
     bindExceptions(module);
 #define LUMOTYPES_PYTHON_ENUM(Name) lp::EnumClass<lumotypes::Name>::make(module);
     LUMOTYPES_FOR_EACH_ENUM(LUMOTYPES_PYTHON_ENUM)
