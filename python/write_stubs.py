@@ -114,8 +114,8 @@ def topic_stub(message):
     lines.append("    wire_type: ClassVar[str]")
     lines.append("    _fields: ClassVar[Tuple[str, ...]]")
     keywords = "".join(", %s: %s = ..." % (f.name, field_types(f)[1]) for f in message.fields)
-    lines.append("    def __init__(self, fields: Optional[Mapping[str, Any]] = None, *%s) -> None: ..." %
-                 ("" if not message.fields else keywords.replace(", ", ", ", 1)))
+    star = ", *" if message.fields else ""
+    lines.append("    def __init__(self, fields: Optional[Mapping[str, Any]] = None%s%s) -> None: ..." % (star, keywords))
     for f in message.fields:
         read, accepted = field_types(f)
         if read == accepted:
