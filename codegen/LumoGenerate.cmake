@@ -35,6 +35,7 @@ function(lumo_generate_bindings target)
   set(outputs
     "${ARG_OUT_DIR}/${ns}/Enums.h"
     "${ARG_OUT_DIR}/${ns}/Topics.h"
+    "${ARG_OUT_DIR}/${ns}/Fields.h"
     "${ARG_OUT_DIR}/${ns}/host/Topics.h"
     "${ARG_OUT_DIR}/${ns}/${base}.h"
     "${ARG_OUT_DIR}/${ns}/krin/${base}Impl.h")

@@ -1,4 +1,5 @@
 #include "codegen/LumoGenerator.h"
+#include "codegen/FieldTable.h"
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/coded_stream.h>
@@ -701,6 +702,7 @@ bool LumoGenerator::Generate(const pb::FileDescriptor* file, const std::string& 
     const std::string dir = package.ns + "/";
     write(context, dir + "Enums.h", enumsHeader(package));
     write(context, dir + "Topics.h", topicsHeader(package));
+    write(context, dir + "Fields.h", fieldTableHeader(*file, package.ns, banner(package)));
     write(context, dir + "host/Topics.h", hostTopicsHeader(package));
     for (const Topic& topic : package.topics) {
         write(context, dir + topic.name + ".h", topicHeader(package, topic));

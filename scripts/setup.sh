@@ -17,6 +17,8 @@ packages=(
   libwebsocketpp-dev libboost-dev libzstd-dev liblz4-dev
   # the browser of krin-scope's tests; network namespaces of the two-host tests
   chromium iproute2
+  # the Python package and its tests
+  python3-dev pybind11-dev python3-numpy python3-pytest python3-protobuf
 )
 # Node.js builds krin-scope's page and runs the tests' MCAP reader and browser
 # driver; Debian's, unless the machine has one.
