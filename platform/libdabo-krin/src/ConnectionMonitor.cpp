@@ -20,7 +20,13 @@ namespace {
 constexpr int failedHandshakeEvents =
     ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
 constexpr int watchedEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_CONNECTED | ZMQ_EVENT_HANDSHAKE_SUCCEEDED |
-                              ZMQ_EVENT_DISCONNECTED | failedHandshakeEvents;
+                              ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED | failedHandshakeEvents;
+
+/// How long a dropped subscribing connection waits for ZeroMQ to announce
+/// that it reconnects by itself (it does so within the same turn of its I/O
+/// thread when the peer merely went away) before the runtime connects anew,
+/// as it must after a message above the limit, which ZeroMQ does not retry.
+constexpr auto reconnectGrace = std::chrono::milliseconds(500);
 
 /// "IP:PORT" of the peer of a connection's descriptor, or "an unknown address".
 std::string peerAddressOf(int descriptor) {
@@ -99,6 +105,9 @@ void ConnectionMonitor::serve() {
             handshakeCompleted = false;
         } else if (number == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
             handshakeCompleted = true;
+        } else if (number == ZMQ_EVENT_CONNECT_RETRIED) {
+            // ZeroMQ keeps the connection's queue and makes it again itself.
+            reconnectDue.reset();
         } else if (number == ZMQ_EVENT_DISCONNECTED) {
             const auto peer = peers.find(descriptor);
             const std::string address = peer != peers.end() ? peer->second : "an unknown address";
@@ -180,6 +189,16 @@ void ConnectionMonitor::dropped(const std::string& peerAddress) {
     }
     LOG4CPLUS_ERROR(logger, "Connection to " << endpoint << " dropped: a message above krin.runtime.maxMessageSize="
                                              << maxMessageSize << " bytes, or the peer went away");
+    // Not made afresh at once: disconnecting a socket whose queue still holds
+    // messages of that connection makes ZeroMQ abort when they are read.
+    reconnectDue = std::chrono::steady_clock::now() + reconnectGrace;
+}
+
+void ConnectionMonitor::serveDue(std::chrono::steady_clock::time_point now) {
+    if (!reconnectDue || now < *reconnectDue) {
+        return;
+    }
+    reconnectDue.reset();
     // A fresh connection in place of the one ZeroMQ gave up. Its subscription
     // is sent again on connecting.
     try {

@@ -2,9 +2,11 @@
 
 #include <log4cplus/logger.h>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <zmq.hpp>
 
@@ -58,6 +60,12 @@ public:
     /// Handles every event waiting now, up to a bound per call.
     void serve();
 
+    /// When a dropped subscribing connection is to be made afresh, unless
+    /// ZeroMQ says first that it reconnects by itself; nothing otherwise.
+    std::optional<std::chrono::steady_clock::time_point> nextDue() const { return reconnectDue; }
+    /// Makes the dropped connection afresh once it is due.
+    void serveDue(std::chrono::steady_clock::time_point now);
+
 private:
     void disconnected(const std::string& peerAddress);
     void handshakeFailed(std::uint16_t event, std::uint32_t value);
@@ -77,6 +85,9 @@ private:
     /// The peer address of each accepted connection, by its descriptor.
     std::map<int, std::string> peers;
     LogLimiter logLimiter;
+    /// Set when a subscribing connection dropped; cleared when ZeroMQ
+    /// announces its own reconnection.
+    std::optional<std::chrono::steady_clock::time_point> reconnectDue;
 };
 
 }  // namespace orlo::dabo::krin::detail

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -93,6 +94,7 @@ void KrinRuntime::serve() {
         }
         retryBinds();
         deliverDueEvents();
+        subscribers->serveDue(std::chrono::steady_clock::now());
     }
 }
 
@@ -111,13 +113,16 @@ void KrinRuntime::rebuildPollSet() {
 }
 
 std::chrono::milliseconds KrinRuntime::pollTimeout() const {
-    const auto nextBind = bindRetries.nextDue();
-    const auto nextEvent = announcer.nextDue();
-    if (!nextBind && !nextEvent) {
+    std::optional<std::chrono::steady_clock::time_point> earliest;
+    for (const auto due : {bindRetries.nextDue(), announcer.nextDue(), subscribers->nextDue()}) {
+        if (due && (!earliest || *due < *earliest)) {
+            earliest = due;
+        }
+    }
+    if (!earliest) {
         return std::chrono::milliseconds(-1);
     }
-    const auto earliest = nextBind && nextEvent ? std::min(*nextBind, *nextEvent) : nextBind ? *nextBind : *nextEvent;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(earliest - std::chrono::steady_clock::now());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*earliest - std::chrono::steady_clock::now());
     return std::max(std::chrono::milliseconds(0), left);
 }
 

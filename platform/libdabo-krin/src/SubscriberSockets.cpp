@@ -103,6 +103,25 @@ void SubscriberSockets::addTo(PollSet& set) {
     }
 }
 
+std::optional<std::chrono::steady_clock::time_point> SubscriberSockets::nextDue() const {
+    std::optional<std::chrono::steady_clock::time_point> earliest;
+    for (const auto& entry : subscribers) {
+        const auto due = entry.second.monitor ? entry.second.monitor->nextDue() : std::nullopt;
+        if (due && (!earliest || *due < *earliest)) {
+            earliest = due;
+        }
+    }
+    return earliest;
+}
+
+void SubscriberSockets::serveDue(std::chrono::steady_clock::time_point now) {
+    for (auto& entry : subscribers) {
+        if (entry.second.monitor) {
+            entry.second.monitor->serveDue(now);
+        }
+    }
+}
+
 void SubscriberSockets::serveReadable(zmq::socket_t* key) {
     for (int n = 0; n < maxEventsPerTurn; ++n) {
         const auto found = subscribers.find(key);

@@ -2,8 +2,10 @@
 
 #include <log4cplus/logger.h>
 
+#include <chrono>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <zmq.hpp>
 
@@ -36,6 +38,11 @@ public:
 
     /// Puts every served socket and every monitor into the poll set.
     void addTo(PollSet& pollSet);
+
+    /// The earliest time a dropped connection is to be made afresh.
+    std::optional<std::chrono::steady_clock::time_point> nextDue() const;
+    /// Makes afresh the dropped connections that are due.
+    void serveDue(std::chrono::steady_clock::time_point now);
 
 private:
     struct Subscriber {
