@@ -22,6 +22,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -30,34 +31,36 @@
 #include <vector>
 #include <zmq.hpp>
 
-#include "dabo/krin/detail/KrinDaboTestHooks.h"
-#include "dabo/krin/detail/KrinHelpers.h"
-#include "dabo/util/DaboUtil.h"
+#include "dabo/krin/probe/JoinWatch.h"
+#include "dabo/krin/probe/RawPipeline.h"
+#include "lumotypes/host/Runtime.h"
 #include "tools/common/FreePort.h"
 
 namespace {
 
-using namespace orlo::dabo::krin::detail;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t payloadSize = 1024;
-const char* const endMarker = "end";
+/// The id of the sample that ends a round.
+constexpr std::uint32_t endMarker = 0xFFFFFFFFu;
+const std::string topic = "/bench";
 // No high-water mark anywhere: the benchmark measures throughput, not drops.
 const orlo::dabo::Dabo::Properties unlimited{{"krin.runtime.highWaterMark", "0"}};
 
-std::string topicFrame() {
-    return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash("/bench")));
-}
+/// The baseline's topic frame: four bytes, as the runtime's.
+const std::string baselineFrame("\x00\x00\x00\x2a", 4);
+/// The baseline's header frame, about as long as the runtime's.
+const std::string baselineHeader(20, 'h');
 
 unsigned int freePort() { return static_cast<unsigned int>(lumo::tools::freeLoopbackPort()); }
 
 void sendSamples(zmq::socket_t& socket, unsigned long samples) {
-    const std::string frame = topicFrame();
-    const std::string payload(payloadSize, 'p');
+    std::string payload(payloadSize, 'p');
     for (unsigned long i = 0; i <= samples; ++i) {
-        const std::string header = i < samples ? std::to_string(i) : endMarker;
-        socket.send(zmq::buffer(frame), zmq::send_flags::sndmore);
-        socket.send(zmq::buffer(header), zmq::send_flags::sndmore);
+        const std::uint32_t id = i < samples ? static_cast<std::uint32_t>(i) : endMarker;
+        std::memcpy(payload.data(), &id, sizeof id);
+        socket.send(zmq::buffer(baselineFrame), zmq::send_flags::sndmore);
+        socket.send(zmq::buffer(baselineHeader), zmq::send_flags::sndmore);
         socket.send(zmq::buffer(payload), zmq::send_flags::none);
     }
 }
@@ -70,11 +73,11 @@ struct Tally {
     bool done = false;
 
     // Returns true once the end marker is in.
-    bool take(const std::string& header) {
+    bool take(std::uint32_t id) {
         if (received == 0) {
             first = Clock::now();
         }
-        if (header == endMarker) {
+        if (id == endMarker) {
             last = Clock::now();
             done = true;
             return true;
@@ -94,7 +97,7 @@ int receiveBaseline(unsigned int port) {
     zmq::context_t context;
     zmq::socket_t sub(context, zmq::socket_type::sub);
     sub.set(zmq::sockopt::rcvhwm, 0);
-    sub.set(zmq::sockopt::subscribe, topicFrame());
+    sub.set(zmq::sockopt::subscribe, baselineFrame);
     sub.connect("tcp://127.0.0.1:" + std::to_string(port));
     Tally tally;
     while (!tally.done) {
@@ -102,48 +105,31 @@ int receiveBaseline(unsigned int port) {
         (void)sub.recv(topic);
         (void)sub.recv(header);
         (void)sub.recv(payload);
-        tally.take(header.to_string());
+        std::uint32_t id = 0;
+        std::memcpy(&id, payload.data(), sizeof id);
+        tally.take(id);
     }
     tally.report();
     return 0;
 }
 
-class CountingSubscriber : public EventsHandler {
-public:
-    bool events(std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event) override {
-        if (event != POLLER_READABLE) {
-            return true;
-        }
-        readFrame(*socket);
-        requireMoreFrames(*socket);
-        const std::string header = readFrame(*socket);
-        requireMoreFrames(*socket);
-        zmq::message_t payload;
-        (void)socket->recv(payload, zmq::recv_flags::dontwait);
-        if (tally.take(header)) {
-            std::lock_guard<std::mutex> lock(mutex);
-            finished.notify_all();
-        }
-        return true;
-    }
-    void waitForEnd() {
-        std::unique_lock<std::mutex> lock(mutex);
-        finished.wait(lock, [this] { return tally.done; });
-    }
+int receiveThroughRuntime(unsigned int port) {
+    auto dabo = lumotypes::host::createRuntime(unlimited);
     Tally tally;
-
-private:
     std::mutex mutex;
     std::condition_variable finished;
-};
-
-int receiveThroughRuntime(unsigned int port) {
-    auto dabo = KrinDabo::create(unlimited);
-    auto subscriber = std::make_shared<CountingSubscriber>();
-    std::weak_ptr<EventsHandler> handler = subscriber;
-    dabo->registerSubscriber("krin.ps://127.0.0.1:" + std::to_string(port) + "/bench", topicFrame(), handler);
-    subscriber->waitForEnd();
-    subscriber->tally.report();
+    orlo::dabo::krin::probe::RawReceiver receiver(
+        dabo, "krin.ps://127.0.0.1:" + std::to_string(port) + topic, topic, [&](std::uint32_t id) {
+            if (tally.take(id)) {
+                std::lock_guard<std::mutex> lock(mutex);
+                finished.notify_all();
+            }
+        });
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        finished.wait(lock, [&] { return tally.done; });
+    }
+    tally.report();
     return 0;
 }
 
@@ -193,52 +179,21 @@ double runBaseline(const char* self, unsigned long samples) {
     return rate;
 }
 
-class Registration : public EventsHandler {
-public:
-    bool events(std::shared_ptr<zmq::socket_t>&, KrinDaboEvent event) override {
-        if (event == REGISTERED) {
-            std::lock_guard<std::mutex> lock(mutex);
-            registered = true;
-            changed.notify_all();
-        }
-        return true;
-    }
-    void wait() {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [this] { return registered; });
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool registered = false;
-};
-
 double runThroughRuntime(const char* self, unsigned long samples) {
     const unsigned int port = freePort();
-    std::mutex mutex;
-    std::condition_variable joined;
-    bool subscribed = false;
-    KrinDaboTestHooks hooks;
-    hooks.subscriptionObserver = [&](const std::string&, bool isSubscription, const std::string&) {
-        std::lock_guard<std::mutex> lock(mutex);
-        subscribed = subscribed || isSubscription;
-        joined.notify_all();
-    };
-    auto dabo = KrinDaboTesting::create(unlimited, hooks);
-    auto dealer = dabo->createDealer();
-    auto registration = std::make_shared<Registration>();
-    std::weak_ptr<EventsHandler> handler = registration;
-    dabo->registerPublisher("tcp://127.0.0.1:" + std::to_string(port), getSocketIdentity(*dealer), handler, {});
-    registration->wait();
+    orlo::dabo::krin::probe::JoinWatch joins(unlimited);
+    auto sender = std::make_unique<orlo::dabo::krin::probe::RawSender>(joins.runtime(), static_cast<int>(port), topic,
+                                                                        payloadSize);
     auto receiver = startReceiver(self, "runtime", port);
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        joined.wait(lock, [&] { return subscribed; });
+    if (!joins.await(1, std::chrono::seconds(20))) {
+        std::cerr << "the receiver never subscribed" << std::endl;
+        std::exit(1);
     }
-    sendSamples(*dealer, samples);
+    for (unsigned long i = 0; i <= samples; ++i) {
+        sender->send(i < samples ? static_cast<std::uint32_t>(i) : endMarker);
+    }
     const double rate = finishReceiver(receiver);
-    dealer.reset();
+    sender.reset();
     return rate;
 }
 

@@ -14,13 +14,14 @@
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
-#include "tools/perf/Watch.h"
+#include "dabo/krin/probe/JoinWatch.h"
 
 namespace lumo::perf {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using orlo::dabo::krin::probe::JoinWatch;
 const char* const pingTopic = "/perf/ping";
 const char* const pongTopic = "/perf/pong";
 constexpr long warmupRoundTrips = 200;

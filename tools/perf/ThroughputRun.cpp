@@ -14,13 +14,14 @@
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
 #include "lumotypes/host/Runtime.h"
-#include "tools/perf/Watch.h"
+#include "dabo/krin/probe/JoinWatch.h"
 
 namespace lumo::perf {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using orlo::dabo::krin::probe::JoinWatch;
 const char* const throughputTopic = "/perf/throughput";
 
 /// What the subscriber counts. Losses come from gaps in the sample ids that
