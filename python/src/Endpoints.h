@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -31,8 +32,9 @@ public:
     Endpoint(std::string uri, py::handle topic) : endpointUri(std::move(uri)), topicClass(topic) {}
     virtual ~Endpoint() = default;
     /// Closes the plug-in's object, the first time only; called without the GIL.
+    /// Waits for the calls in progress on other threads (see `whileInUse`).
     void close() {
-        std::lock_guard<std::mutex> lock(closeMutex);
+        std::unique_lock<std::shared_mutex> lock(useMutex);
         if (!isClosed) {
             isClosed = true;
             closeObject();
@@ -45,8 +47,18 @@ public:
 protected:
     virtual void closeObject() = 0;
 
+    /// Runs a call on the plug-in's object that must not meet its closing on
+    /// another thread (a publisher's socket is not shared between threads):
+    /// a Python thread that publishes while the interpreter ends and closes
+    /// everything. Called without the GIL.
+    template <typename Call>
+    void whileInUse(Call&& call) {
+        std::shared_lock<std::shared_mutex> lock(useMutex);
+        call();
+    }
+
 private:
-    std::mutex closeMutex;
+    std::shared_mutex useMutex;
     bool isClosed = false;
     std::string endpointUri;
     py::handle topicClass;

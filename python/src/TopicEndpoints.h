@@ -65,7 +65,7 @@ public:
                                  host::TopicTraits<T>::name + ", not a " + typeName(sample));
         }
         const std::shared_ptr<T> entity = sample.cast<Sample<T>&>().entity;
-        withoutGil([&] { publisher->publish(*entity, timeout); });
+        withoutGil([&] { whileInUse([&] { publisher->publish(*entity, timeout); }); });
     }
 
     void closeObject() override { publisher->close(); }
