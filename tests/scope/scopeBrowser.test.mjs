@@ -12,9 +12,11 @@ import {
 const fieldStabilisation = "FieldStablizationTopicIn";
 const hoku = "HokuTopicIn";
 
+// With --catch-up, a publisher held up by a busy machine makes up the samples
+// it owes, so that the rate sent holds on average over every few seconds.
 function publish(port, topic, sample, rate, count) {
-  return start(pubPath, ["--rate", String(rate), "--count", String(count), `krin.ps://127.0.0.1:${port}`, topic,
-    JSON.stringify(sample)]);
+  return start(pubPath, ["--rate", String(rate), "--catch-up", "--count", String(count),
+    `krin.ps://127.0.0.1:${port}`, topic, JSON.stringify(sample)]);
 }
 
 test("picked fields are plotted with the published values and the published rate", async () => {
@@ -58,12 +60,19 @@ test("picked fields are plotted with the published values and the published rate
       fieldStabilisation);
       return samples >= 3 * sentRate;
     }, "three seconds of sensor samples counted");
-    const shownRate = await until(async () => {
+    // Five one-second readings in a row, and their median: a stall of the
+    // busy machine moves samples from one second into the next, not away.
+    const readings = [];
+    await until(async () => {
       const text = await page.locator("#counts").textContent();
       const match = text.match(new RegExp(`${fieldStabilisation}\\s+([0-9.]+) Hz`));
-      return match ? Number(match[1]) : 0;
-    }, "a rate shown for the sensor topic");
-    assert.ok(Math.abs(shownRate - sentRate) <= 0.1 * sentRate, `rate shown ${shownRate}, sent ${sentRate}`);
+      const rate = match ? Number(match[1]) : 0;
+      if (rate !== readings[readings.length - 1]) readings.push(rate);
+      return readings.length >= 5;
+    }, "five rates shown for the sensor topic");
+    const shownRate = [...readings].sort((a, b) => a - b)[2];
+    assert.ok(Math.abs(shownRate - sentRate) <= 0.1 * sentRate,
+      `rate shown ${shownRate} (median of ${readings}), sent ${sentRate}`);
 
     await page.screenshot({ path: path.join(outputDir, "krin-scope.png") });
     const errors = await page.evaluate(() => window.scope.state.errors);

@@ -225,10 +225,14 @@ TEST(MaxMessageSizeTest, OversizeSubscriptionOfAHostileSubscriberIsLoggedAndOthe
     intruder.set(zmq::sockopt::subscribe, std::string(2 * limitBytes, 'x'));
     intruder.connect("tcp://127.0.0.1:" + port);
     // Whatever the limit for samples, a subscription above 512 bytes is
-    // refused as soon as its size is announced.
-    ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "Connection of a subscriber from 127.0.0.1:"));
+    // refused as soon as its size is announced. The line names the peer's
+    // address when the runtime's thread asked for it before ZeroMQ closed the
+    // connection, which a busy machine may not allow.
     ASSERT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, " at tcp://127.0.0.1:" + port +
                                                          " dropped: a subscription above 512 bytes, or the peer went away"));
+    const auto now = std::chrono::milliseconds(0);
+    EXPECT_TRUE(log.await(log4cplus::WARN_LOG_LEVEL, "Connection of a subscriber from 127.0.0.1:", 1, now) ||
+                log.await(log4cplus::WARN_LOG_LEVEL, "Connection of a subscriber from an unknown address", 1, now));
 
     auto sample = publisher->createDataEntity();
     sample->setDummy_param(lumotypes::TEL_M5);
