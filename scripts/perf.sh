@@ -69,13 +69,14 @@ for size in "${sizes[@]}"; do
   for ((k = 0; k < repeats; ++k)); do
     run throughput.jsonl throughput --impl plugin --read listener --size "$size" --seconds "$seconds"
     run throughput.jsonl throughput --impl raw --size "$size" --seconds "$seconds"
+    run throughput.jsonl throughput --impl zmq --size "$size" --seconds "$seconds"
   done
   ddsperf_pair sub pub "$(wire_bytes "$size")" "throughput-$size"
 done
 
 echo "== cost per sample at $cost_rate samples/s"
 for size in 64 1024; do
-  for impl in plugin raw; do
+  for impl in plugin raw zmq; do
     run cost.jsonl throughput --impl "$impl" --size "$size" --seconds "$seconds" --rate "$cost_rate" \
       -p krin.runtime.highWaterMark=20000
   done
@@ -93,7 +94,7 @@ done
 
 echo "== latency"
 for size in "${latency_sizes[@]}"; do
-  for impl in plugin raw; do
+  for impl in plugin raw zmq; do
     run latency.jsonl latency --impl "$impl" --size "$size" --round-trips "$round_trips" \
       --latency-out "$data/latency-$impl-$size.txt"
   done

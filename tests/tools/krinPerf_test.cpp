@@ -73,6 +73,21 @@ TEST(KrinPerf, ThroughputOfTheRawPipelineCountsWhatArrivedAndWhatEachSampleCost)
     expectAnAccountedThroughputRun("raw");
 }
 
+TEST(KrinPerf, ThroughputOfBareZeroMqCountsWhatArrivedAndWhatEachSampleCost) {
+    expectAnAccountedThroughputRun("zmq");
+}
+
+TEST(KrinPerf, LatencyOfBareZeroMqCompletesEveryRoundTripWithoutARuntime) {
+    ToolProcess perf(LUMO_PERF_PATH, {"latency", "--impl", "zmq", "--size", "64", "--round-trips", "200"});
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    const auto result = resultOf(perf.out());
+    ASSERT_FALSE(result.empty()) << perf.out();
+    EXPECT_EQ(result.at("impl"), "zmq");
+    EXPECT_EQ(result.at("read"), "socket");
+    EXPECT_EQ(number(result, "round_trips"), 200);
+    EXPECT_EQ(number(result, "timed_out"), 0);
+}
+
 TEST(KrinPerf, LatencyRunReportsEveryRoundTripWithOrderedPercentiles) {
     ToolProcess perf(LUMO_PERF_PATH, {"latency", "--impl", "plugin", "--size", "64", "--round-trips", "200",
                                       "--plugin", LUMOTYPES_KRIN_PLUGIN_PATH});

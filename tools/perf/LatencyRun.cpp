@@ -14,14 +14,12 @@
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
-#include "dabo/krin/probe/JoinWatch.h"
 
 namespace lumo::perf {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using orlo::dabo::krin::probe::JoinWatch;
 const char* const pingTopic = "/perf/ping";
 const char* const pongTopic = "/perf/pong";
 constexpr long warmupRoundTrips = 200;
@@ -66,14 +64,14 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
     PerfOptions options = given;
     options.portA = lumo::tools::freeLoopbackPort();
     options.portB = lumo::tools::freeLoopbackPort();
-    JoinWatch joins(options.runtimeProperties);
-    const Endpoints endpoints{joins.runtime(), plugin};
+    const ProcessEndpoints process(options, plugin);
+    const Endpoints& endpoints = process.get();
     Mailbox mailbox;
     auto sender = makeSender(options, endpoints, options.portA, pingTopic);
     auto receiver =
         makeReceiver(options, endpoints, options.portB, pongTopic, [&mailbox](std::uint32_t id) { mailbox.deliver(id); });
     PeerProcess pong(self, peerArguments(options, "pong"));
-    if (!joins.await(1, std::chrono::seconds(30)) || pong.readLine(std::chrono::seconds(30)) != "ready") {
+    if (!sender->awaitSubscribers(1, std::chrono::seconds(30)) || pong.readLine(std::chrono::seconds(30)) != "ready") {
         std::cerr << "krin-perf: the pong process never joined" << std::endl;
         return 3;
     }
@@ -115,7 +113,7 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
         }
     }
     std::sort(halves.begin(), halves.end());
-    const std::string read = options.impl == "raw" ? "events" : options.readMode;
+    const std::string read = readModeOf(options);
     std::cout << Result()
                      .text("test", "latency")
                      .text("impl", options.impl)
@@ -134,13 +132,13 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
 }
 
 int runPong(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
-    JoinWatch joins(options.runtimeProperties);
-    const Endpoints endpoints{joins.runtime(), plugin};
+    const ProcessEndpoints process(options, plugin);
+    const Endpoints& endpoints = process.get();
     auto sender = makeSender(options, endpoints, options.portB, pongTopic);
     Sender& answer = *sender;
     auto receiver =
         makeReceiver(options, endpoints, options.portA, pingTopic, [&answer](std::uint32_t id) { answer.send(id); });
-    if (!joins.await(1, std::chrono::seconds(30))) {
+    if (!sender->awaitSubscribers(1, std::chrono::seconds(30))) {
         return 3;
     }
     std::cout << "ready" << std::endl;

@@ -22,9 +22,10 @@ void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options)
     line.addProperties(options.runtimeProperties, "-p krin.runtime.highWaterMark=10000 (the runtimes of both "
                                                   "processes)");
     app.add_option("--impl", options.impl,
-                   "plugin: through the plug-in; raw: three frames of the same sizes through the runtime alone")
-        ->type_name("plugin|raw")
-        ->check(CLI::IsMember({"plugin", "raw"}));
+                   "plugin: through the plug-in; raw: three frames of the same sizes through the runtime alone; "
+                   "zmq: the same frames over a bare ZeroMQ XPUB->SUB pair, without the runtime (the floor)")
+        ->type_name("plugin|raw|zmq")
+        ->check(CLI::IsMember({"plugin", "raw", "zmq"}));
     app.add_option("--read", options.readMode, "how the receiving side takes samples")
         ->type_name("read|poll|listener|notifier")
         ->check(CLI::IsMember({"read", "poll", "listener", "notifier"}));

@@ -20,7 +20,7 @@ using Subscriber = orlo::dabo::ps::Subscriber<HokuTopicIn>;
 class PluginSender : public Sender {
 public:
     PluginSender(const PerfOptions& options, const Endpoints& endpoints, const std::string& uri)
-        : publisher(endpoints.plugin->publisher<HokuTopicIn>(uri, {}, endpoints.dabo)) {
+        : publisher(endpoints.plugin->publisher<HokuTopicIn>(uri, {}, endpoints.dabo)), joins(*endpoints.joins) {
         sample = publisher->createDataEntity();
         sample->setQuality(true);
         sample->setSim(false);
@@ -35,10 +35,12 @@ public:
         sample->setSample_id(id);
         publisher->publish(*sample, std::chrono::milliseconds(100));
     }
+    bool awaitSubscribers(int count, std::chrono::milliseconds limit) override { return joins.await(count, limit); }
 
 private:
     std::unique_ptr<orlo::dabo::ps::Publisher<HokuTopicIn>> publisher;
     std::shared_ptr<HokuTopicIn> sample;
+    orlo::dabo::krin::probe::JoinWatch& joins;
 };
 
 class PluginReceiver : public Receiver {

@@ -15,11 +15,13 @@ using orlo::dabo::krin::probe::RawSender;
 class RawPipelineSender : public Sender {
 public:
     RawPipelineSender(const PerfOptions& options, const Endpoints& endpoints, int port, const std::string& topic)
-        : sender(endpoints.dabo, port, topic, wireSizeOf(options.size)) {}
+        : sender(endpoints.dabo, port, topic, wireSizeOf(options.size)), joins(*endpoints.joins) {}
     void send(std::uint32_t id) override { sender.send(id); }
+    bool awaitSubscribers(int count, std::chrono::milliseconds limit) override { return joins.await(count, limit); }
 
 private:
     RawSender sender;
+    orlo::dabo::krin::probe::JoinWatch& joins;
 };
 
 class RawPipelineReceiver : public Receiver {

@@ -14,14 +14,12 @@
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
 #include "lumotypes/host/Runtime.h"
-#include "dabo/krin/probe/JoinWatch.h"
 
 namespace lumo::perf {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using orlo::dabo::krin::probe::JoinWatch;
 const char* const throughputTopic = "/perf/throughput";
 
 /// What the subscriber counts. Losses come from gaps in the sample ids that
@@ -105,11 +103,11 @@ struct ProcessCost {
 int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
     PerfOptions options = given;
     options.portA = lumo::tools::freeLoopbackPort();
-    JoinWatch joins(options.runtimeProperties);
-    const Endpoints endpoints{joins.runtime(), plugin};
+    const ProcessEndpoints process(options, plugin);
+    const Endpoints& endpoints = process.get();
     auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
     PeerProcess subscriber(self, peerArguments(options, "sub"));
-    if (!joins.await(1, std::chrono::seconds(30))) {
+    if (!sender->awaitSubscribers(1, std::chrono::seconds(30))) {
         std::cerr << "krin-perf: the subscriber never joined" << std::endl;
         return 3;
     }
@@ -150,7 +148,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     std::cout << Result()
                      .text("test", "throughput")
                      .text("impl", options.impl)
-                     .text("read", options.impl == "raw" ? "events" : options.readMode)
+                     .text("read", readModeOf(options))
                      .number("size", static_cast<double>(options.size), 0)
                      .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
                      .number("samples_per_s", samplesPerSecond, 0)
@@ -167,7 +165,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
 }
 
 int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
-    auto dabo = lumotypes::host::createRuntime(options.runtimeProperties);
+    const ProcessEndpoints process(options, plugin);
     // Shared with the thread below, which may outlive this function: the
     // publisher closes this process's stdin only after it has the report.
     auto stopper = std::make_shared<Stopper>();
@@ -181,7 +179,7 @@ int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::P
     });
     publisherGone.detach();
     {
-        auto receiver = makeReceiver(options, Endpoints{dabo, plugin}, options.portA, throughputTopic,
+        auto receiver = makeReceiver(options, process.get(), options.portA, throughputTopic,
                                      [&tally](std::uint32_t id) { tally.take(id); });
         receiver->run(*stopper);
     }

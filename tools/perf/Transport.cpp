@@ -26,8 +26,25 @@ std::size_t wireSizeOf(std::size_t arrayBytes) {
     return arrayBytes == 0 ? scalars : scalars + 1 + varintSize(arrayBytes) + arrayBytes;
 }
 
+std::string readModeOf(const PerfOptions& options) {
+    if (options.impl == "plugin") {
+        return options.readMode;
+    }
+    return options.impl == "raw" ? "events" : "socket";
+}
+
+ProcessEndpoints::ProcessEndpoints(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
+    if (options.impl != "zmq") {
+        joins.emplace(options.runtimeProperties);
+        endpoints = Endpoints{joins->runtime(), plugin, &*joins};
+    }
+}
+
 std::unique_ptr<Sender> makeSender(const PerfOptions& options, const Endpoints& endpoints, int port,
                                    const std::string& topic) {
+    if (options.impl == "zmq") {
+        return makeZmqSender(options, port, topic);
+    }
     if (options.impl == "raw") {
         return makeRawSender(options, endpoints, port, topic);
     }
@@ -36,6 +53,9 @@ std::unique_ptr<Sender> makeSender(const PerfOptions& options, const Endpoints& 
 
 std::unique_ptr<Receiver> makeReceiver(const PerfOptions& options, const Endpoints& endpoints, int port,
                                        const std::string& topic, OnSample onSample) {
+    if (options.impl == "zmq") {
+        return makeZmqReceiver(options, port, topic, std::move(onSample));
+    }
     if (options.impl == "raw") {
         return makeRawReceiver(endpoints, uriOf(port, topic), topic, std::move(onSample));
     }

@@ -1,12 +1,15 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
+#include "dabo/krin/probe/JoinWatch.h"
 #include "lumotypes/host/Factories.h"
 #include "tools/perf/PerfOptions.h"
 
@@ -47,6 +50,8 @@ class Sender {
 public:
     virtual ~Sender() = default;
     virtual void send(std::uint32_t id) = 0;
+    /// Waits until `count` subscribers have joined; false after `limit`.
+    virtual bool awaitSubscribers(int count, std::chrono::milliseconds limit) = 0;
 };
 
 /// Called with the id of every sample received, on whatever thread the read
@@ -63,9 +68,29 @@ public:
 };
 
 /// The sending and receiving ends of one implementation over one runtime.
+/// No runtime and no plug-in for the bare ZeroMQ floor.
 struct Endpoints {
     lumotypes::host::Runtime dabo;
     const lumotypes::host::Plugin* plugin = nullptr;
+    /// Tells when subscribers have joined the runtime's endpoints.
+    orlo::dabo::krin::probe::JoinWatch* joins = nullptr;
+};
+
+/// How the receiving side takes samples, as results name it: the plug-in's
+/// read mode, the runtime's events (raw) or the socket itself (zmq).
+std::string readModeOf(const PerfOptions& options);
+
+/// What one measuring process sends and receives on: a runtime that tells
+/// when subscribers join, and the plug-in if it is measured; nothing at all
+/// for the bare ZeroMQ floor.
+class ProcessEndpoints {
+public:
+    ProcessEndpoints(const PerfOptions& options, const lumotypes::host::Plugin* plugin);
+    const Endpoints& get() const { return endpoints; }
+
+private:
+    std::optional<orlo::dabo::krin::probe::JoinWatch> joins;
+    Endpoints endpoints;
 };
 
 std::unique_ptr<Sender> makeSender(const PerfOptions& options, const Endpoints& endpoints, int port,
@@ -77,6 +102,9 @@ std::unique_ptr<Sender> makePluginSender(const PerfOptions& options, const Endpo
                                          const std::string& uri);
 std::unique_ptr<Receiver> makePluginReceiver(const PerfOptions& options, const Endpoints& endpoints,
                                              const std::string& uri, OnSample onSample);
+std::unique_ptr<Sender> makeZmqSender(const PerfOptions& options, int port, const std::string& topic);
+std::unique_ptr<Receiver> makeZmqReceiver(const PerfOptions& options, int port, const std::string& topic,
+                                          OnSample onSample);
 std::unique_ptr<Sender> makeRawSender(const PerfOptions& options, const Endpoints& endpoints, int port,
                                       const std::string& topic);
 std::unique_ptr<Receiver> makeRawReceiver(const Endpoints& endpoints, const std::string& uri,

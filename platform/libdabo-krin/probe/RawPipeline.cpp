@@ -13,15 +13,12 @@
 
 namespace orlo::dabo::krin::probe {
 
-namespace {
-
 using namespace orlo::dabo::krin::detail;
 
 std::string topicFrameOf(const std::string& topic) {
     return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
 }
 
-/// A header frame as long as the one the plug-in sends.
 std::string headerLikeFrame() {
     orlo::dabo::krin::rr::KrinHeader header;
     header.set_sourcetimestamp(1.7e9);
@@ -30,6 +27,8 @@ std::string headerLikeFrame() {
     header.set_dataentitytypehash(0xE043B579u);
     return header.SerializeAsString();
 }
+
+namespace {
 
 class Registration : public EventsHandler {
 public:

@@ -20,6 +20,11 @@ namespace orlo::dabo::krin::probe {
 
 using Runtime = std::shared_ptr<detail::KrinDabo>;
 
+/// The topic frame the plug-in sends for `topic`.
+std::string topicFrameOf(const std::string& topic);
+/// A header frame as long as the one the plug-in sends.
+std::string headerLikeFrame();
+
 /// Publishes raw samples of `topic` at the endpoint tcp://127.0.0.1:PORT,
 /// registered with the runtime from construction to destruction.
 class RawSender {
