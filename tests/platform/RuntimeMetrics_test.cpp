@@ -32,6 +32,30 @@ std::string uriOf(unsigned int port, const std::string& topic) {
     return "krin.ps://127.0.0.1:" + std::to_string(port) + topic;
 }
 
+struct KeyPair {
+    std::string publicKey;
+    std::string secretKey;
+};
+
+KeyPair newKeyPair() {
+    char publicKey[41];
+    char secretKey[41];
+    EXPECT_EQ(zmq_curve_keypair(publicKey, secretKey), 0);
+    return {publicKey, secretKey};
+}
+
+/// Waits until `holds` is true of a snapshot of `dabo`'s counters.
+bool waitForMetrics(KrinDabo& dabo, const std::function<bool(const KrinMetrics&)>& holds) {
+    const auto deadline = std::chrono::steady_clock::now() + lumo::test::patience;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (holds(dabo.metrics())) {
+            return true;
+        }
+        std::this_thread::yield();
+    }
+    return false;
+}
+
 /// A handler that reads each message and reports it not processed.
 class FailingHandler : public RecordingHandler {
 public:
@@ -73,19 +97,6 @@ protected:
         std::shared_ptr<zmq::socket_t> noSocket;
         dabo.unregisterSubscriber(noSocket, handler);
         ASSERT_TRUE(marker->waitFor(UNREGISTERED));
-    }
-
-    /// Waits until the endpoint's runtime has forwarded or dropped `count` messages.
-    static bool waitForHandled(KrinDabo& dabo, std::uint64_t count) {
-        const auto deadline = std::chrono::steady_clock::now() + lumo::test::patience;
-        while (std::chrono::steady_clock::now() < deadline) {
-            const KrinMetrics metrics = dabo.metrics();
-            if (!metrics.endpoints.empty() && metrics.endpoints[0].messagesForwarded + metrics.endpoints[0].messagesDropped >= count) {
-                return true;
-            }
-            std::this_thread::yield();
-        }
-        return false;
     }
 
     const unsigned int port = freePort();
@@ -158,7 +169,9 @@ TEST_F(MetricsTest, MessagesAStalledSubscriberMissesAreCountedAsDropped) {
     for (unsigned int i = 0; i < published; ++i) {
         sendMessage(*dealer, sampleFrames(frame, "p", i, 64 * 1024));
     }
-    ASSERT_TRUE(waitForHandled(*dabo, published));
+    ASSERT_TRUE(waitForMetrics(*dabo, [&](const KrinMetrics& metrics) {
+        return metrics.endpoints[0].messagesForwarded + metrics.endpoints[0].messagesDropped >= published;
+    }));
     const std::uint64_t dropped = dabo->metrics().endpoints[0].messagesDropped;
     ASSERT_GT(dropped, 0u);
     EXPECT_EQ(dabo->metrics().endpoints[0].messagesForwarded, published - dropped);
@@ -179,6 +192,35 @@ TEST_F(MetricsTest, MessagesAStalledSubscriberMissesAreCountedAsDropped) {
     zmq::message_t extra;
     EXPECT_FALSE(stalled.recv(extra));
     EXPECT_EQ(received, published - dropped);
+}
+
+TEST(MetricsAuthentication, ASubscriberWithAKeyNotAuthorisedIsCountedOnBothSides) {
+    const KeyPair server = newKeyPair();
+    const KeyPair admitted = newKeyPair();
+    const KeyPair refused = newKeyPair();
+    auto publishing = KrinDabo::create({{"krin.runtime.curve.serverSecretKey", server.secretKey},
+                                        {"krin.runtime.curve.serverPublicKey", server.publicKey},
+                                        {"krin.runtime.curve.authorizedKeys", admitted.publicKey}});
+    const unsigned int port = freePort();
+    auto dealer = publishing->createDealer();
+    auto publisher = std::make_shared<RecordingHandler>();
+    std::weak_ptr<EventsHandler> handler = publisher;
+    publishing->registerPublisher(endpointOf(port), getSocketIdentity(*dealer), handler, {});
+    ASSERT_TRUE(publisher->waitFor(REGISTERED));
+    auto subscribing = KrinDabo::create({{"krin.runtime.curve.serverPublicKey", server.publicKey},
+                                         {"krin.runtime.curve.publicKey", refused.publicKey},
+                                         {"krin.runtime.curve.secretKey", refused.secretKey}});
+    auto subscriber = std::make_shared<RecordingHandler>();
+    std::weak_ptr<EventsHandler> subscriberHandler = subscriber;
+    subscribing->registerSubscriber(uriOf(port, "/refused"), frameOf("/refused"), subscriberHandler);
+
+    EXPECT_TRUE(waitForMetrics(*publishing, [](const KrinMetrics& metrics) {
+        return !metrics.endpoints.empty() && metrics.endpoints[0].authenticationRefusals > 0;
+    }));
+    EXPECT_TRUE(waitForMetrics(*subscribing, [](const KrinMetrics& metrics) {
+        return !metrics.subscriptions.empty() && metrics.subscriptions[0].authenticationRefusals > 0;
+    }));
+    EXPECT_EQ(subscribing->metrics().subscriptions[0].peersConnected, 0);
 }
 
 TEST(MetricsPage, IsServedOverHttpAndPassesPromtool) {
