@@ -17,6 +17,8 @@
 #include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/FreePort.h"
+#include "dabo/krin/detail/KrinDabo.h"
+#include "tools/common/RuntimeMetricsReport.h"
 #include "tools/common/StopSignal.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/demo/DemoOptions.h"
@@ -79,6 +81,10 @@ int runDemo(const demo::DemoOptions& options) {
     std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"
               << "lumo-demo: runtime on " << context.endpoint << ", topics under /lumo/demo/\n"
               << "lumo-demo: transport: " << transportOf(options) << "\n";
+    const std::string metricsPage = tools::metricsPageOf(*runtime);
+    if (!metricsPage.empty()) {
+        std::cout << "lumo-demo: runtime metrics at " << metricsPage << "\n";
+    }
     LOG4CPLUS_INFO(logger, "plug-in " << plugin.path() << ", schema " << schema.fileName() << ", endpoint "
                                       << context.endpoint);
 
@@ -138,6 +144,9 @@ int runDemo(const demo::DemoOptions& options) {
     std::cout << "Loop latency: from the sensor's timestamp_utc, carried back in timestamp_in_utc,\n"
                  "to the arrival of the controller's command at the monitor.\n"
               << "Transport: " << transportOf(options) << "\n";
+    if (!metricsPage.empty()) {
+        tools::printRuntimeMetrics(std::cout, "lumo-demo", runtime->metrics());
+    }
     if (scope) {
         std::cout << "lumo-demo: the scope serves " << scope->address() << " until Ctrl-C" << std::endl;
         while (!tools::StopSignal::install().waitUntil(std::chrono::steady_clock::now() + std::chrono::hours(1))) {

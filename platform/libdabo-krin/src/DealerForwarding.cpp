@@ -63,10 +63,8 @@ void DealerForwarding::forward() {
         }
         if (route == nullptr) {
             dropped(routing);
-        } else if (refused) {
-            route->counters->messagesDropped.add();
-        } else if (!first) {
-            route->counters->messagesForwarded.add();
+        } else if (route->counters != nullptr && !first) {
+            (refused ? route->counters->messagesDropped : route->counters->messagesForwarded).add();
         }
     }
 }

@@ -24,9 +24,9 @@ public:
     zmq::socket_t& router() { return routerSocket; }
 
     /// From now on the frames of the dealer `identity` go to `xpub`, which is
-    /// in no-drop mode (ZMQ_XPUB_NODROP), counted in `counters`.
-    void route(const std::string& identity, zmq::socket_t& xpub, EndpointCounters& counters) {
-        routes[identity] = Route{&xpub, &counters};
+    /// in no-drop mode (ZMQ_XPUB_NODROP), counted in `counters` unless null.
+    void route(const std::string& identity, zmq::socket_t& xpub, EndpointCounters* counters) {
+        routes[identity] = Route{&xpub, counters};
     }
     /// From now on the frames of the dealer `identity` are dropped.
     void unroute(const std::string& identity) { routes.erase(identity); }

@@ -9,6 +9,7 @@
 #include "DealerForwarding.h"
 #include "PollSet.h"
 #include "SocketSetup.h"
+#include "dabo/krin/detail/RuntimeSeam.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -56,7 +57,7 @@ void PublishingEndpoints::attach(const std::string& identity, const std::string&
     }
     ++bound.publishers;
     publishers[identity] = endpoint;
-    ctx.forwarding.route(identity, *bound.xpub, *bound.counters);
+    ctx.forwarding.route(identity, *bound.xpub, ctx.seam.countsMessages() ? bound.counters : nullptr);
 }
 
 bool PublishingEndpoints::detach(const std::string& identity, std::string& endpoint) {

@@ -29,7 +29,7 @@ SubscriberSockets::SubscriberSockets(zmq::context_t& zmqContext, const KrinSocke
 
 std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoint, const std::string& topicIdFrame,
                                                        const std::weak_ptr<EventsHandler>& handler,
-                                                       SubscriptionCounters& counters) {
+                                                       SubscriptionCounters& counters, bool countMessages) {
     auto socket = std::make_shared<zmq::socket_t>(context, zmq::socket_type::sub);
     socket->set(zmq::sockopt::linger, 0);
     socket->set(zmq::sockopt::rcvhwm, hwm);
@@ -54,7 +54,8 @@ std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoi
     if (monitor) {
         pollSet.invalidate();
     }
-    subscribers[socket.get()] = Subscriber{socket, handler, false, endpoint, std::move(monitor), &counters};
+    subscribers[socket.get()] = Subscriber{socket, handler, false, endpoint, std::move(monitor), &counters,
+                                             countMessages};
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
         LOG4CPLUS_TRACE(logger, "Registered subscriber " << orlo::dabo::util::hexStr(topicIdFrame) << " on "
                                                          << endpoint);
@@ -132,14 +133,15 @@ void SubscriberSockets::serveReadable(zmq::socket_t* key) {
         }
         std::shared_ptr<zmq::socket_t> socket = found->second.socket;
         SubscriptionCounters& counters = *found->second.counters;
+        const bool counted = found->second.countMessages;
         bool handled = false;
         if (!deliverEvent(logger, found->second.handler, socket, POLLER_READABLE, &handled)) {
             close(key);
             return;
         }
-        counters.messagesDelivered.add();
-        if (!handled) {
-            counters.messagesFailed.add();
+        if (counted) {
+            counters.messagesDelivered.add();
+            counters.messagesFailed.add(handled ? 0 : 1);
         }
         if (socket->handle() == nullptr) {
             return;

@@ -27,10 +27,12 @@ public:
                       log4cplus::Logger logger);
 
     /// A SUB connected to `endpoint` with `topicIdFrame` as its only
-    /// subscription, not yet served, counted in `counters`; null when it
-    /// cannot connect (logged).
+    /// subscription, not yet served, counted in `counters` unless its
+    /// messages are not to be (`countMessages`); null when it cannot connect
+    /// (logged).
     std::shared_ptr<zmq::socket_t> open(const std::string& endpoint, const std::string& topicIdFrame,
-                                        const std::weak_ptr<EventsHandler>& handler, SubscriptionCounters& counters);
+                                        const std::weak_ptr<EventsHandler>& handler, SubscriptionCounters& counters,
+                                        bool countMessages);
     bool contains(zmq::socket_t* socket) const { return subscribers.count(socket) != 0; }
     /// Serves the socket from now on, once its REGISTERED was delivered.
     void startServing(zmq::socket_t* socket);
@@ -56,6 +58,7 @@ private:
         /// While a message size limit is set.
         std::unique_ptr<ConnectionMonitor> monitor;
         SubscriptionCounters* counters;
+        bool countMessages;
     };
 
     /// Hands the handler one event per waiting message, up to a bound.
