@@ -13,7 +13,6 @@
 
 #include <condition_variable>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -113,25 +112,25 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
-                medians[run.run_name.str()] =
-                    run.GetAdjustedRealTime() / static_cast<double>(samplesPerBatch);  // ns per sample
+                const bool counted = run.run_name.str().find("counted:1") != std::string::npos;
+                (counted ? countedMedian : uncountedMedian) =
+                    run.GetAdjustedRealTime() / static_cast<double>(samplesPerBatch);  // per sample
             }
         }
     }
 
     void printRatio() const {
-        const auto counted = medians.find("SamplePath/counted:1");
-        const auto uncounted = medians.find("SamplePath/counted:0");
-        if (counted == medians.end() || uncounted == medians.end()) {
+        if (countedMedian <= 0 || uncountedMedian <= 0) {
             std::printf("no medians: run with --benchmark_repetitions=N (N > 1)\n");
             return;
         }
-        std::printf("per sample: counted %.0f ns, uncounted %.0f ns, ratio %.3f\n", counted->second,
-                    uncounted->second, counted->second / uncounted->second);
+        std::printf("per sample (median): counted %.2f us, uncounted %.2f us, ratio %.3f\n", countedMedian,
+                    uncountedMedian, countedMedian / uncountedMedian);
     }
 
 private:
-    std::map<std::string, double> medians;
+    double countedMedian = 0;
+    double uncountedMedian = 0;
 };
 
 }  // namespace

@@ -75,7 +75,13 @@ int runDemo(const demo::DemoOptions& options) {
     lumotypes::host::Plugin plugin(options.plugin);
     tools::Schema schema(plugin);
     const int port = options.port != 0 ? options.port : tools::freeLoopbackPort();
-    auto runtime = lumotypes::host::createRuntime(options.properties);
+    lumotypes::host::Runtime runtime;
+    try {
+        runtime = lumotypes::host::createRuntime(options.properties);
+    } catch (const orlo::dabo::DaboException& refusal) {
+        // Properties that only the runtime checks, such as its metrics address.
+        throw tools::UsageError(refusal.what());
+    }
     demo::DemoContext context{plugin, schema, runtime, options.properties,
                               "krin.ps://127.0.0.1:" + std::to_string(port)};
     std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"
