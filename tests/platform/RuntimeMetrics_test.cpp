@@ -14,6 +14,7 @@
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
+#include "tools/common/CurveKeyPair.h"
 
 namespace {
 
@@ -30,18 +31,6 @@ std::string frameOf(const std::string& topic) {
 std::string endpointOf(unsigned int port) { return "tcp://127.0.0.1:" + std::to_string(port); }
 std::string uriOf(unsigned int port, const std::string& topic) {
     return "krin.ps://127.0.0.1:" + std::to_string(port) + topic;
-}
-
-struct KeyPair {
-    std::string publicKey;
-    std::string secretKey;
-};
-
-KeyPair newKeyPair() {
-    char publicKey[41];
-    char secretKey[41];
-    EXPECT_EQ(zmq_curve_keypair(publicKey, secretKey), 0);
-    return {publicKey, secretKey};
 }
 
 /// Waits until `holds` is true of a snapshot of `dabo`'s counters.
@@ -195,9 +184,9 @@ TEST_F(MetricsTest, MessagesAStalledSubscriberMissesAreCountedAsDropped) {
 }
 
 TEST(MetricsAuthentication, ASubscriberWithAKeyNotAuthorisedIsCountedOnBothSides) {
-    const KeyPair server = newKeyPair();
-    const KeyPair admitted = newKeyPair();
-    const KeyPair refused = newKeyPair();
+    const auto server = lumo::tools::newCurveKeyPair();
+    const auto admitted = lumo::tools::newCurveKeyPair();
+    const auto refused = lumo::tools::newCurveKeyPair();
     auto publishing = KrinDabo::create({{"krin.runtime.curve.serverSecretKey", server.secretKey},
                                         {"krin.runtime.curve.serverPublicKey", server.publicKey},
                                         {"krin.runtime.curve.authorizedKeys", admitted.publicKey}});
