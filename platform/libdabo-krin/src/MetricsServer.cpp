@@ -67,10 +67,13 @@ MetricsServer::MetricsServer(const std::string& address, std::function<std::stri
         throw badAddress(address, std::string("cannot be bound") +
                                       (error != 0 ? std::string(" (") + std::strerror(error) + ")" : std::string()));
     }
-    thread = std::thread([this] { server->listen_after_bind(); });
+    thread = std::thread([this] {
+        server->listen_after_bind();
+        listenReturned = true;
+    });
     // A stop before the server runs would be lost, and the join would wait
     // for ever; the server takes no time to start once bound.
-    while (!server->is_running()) {
+    while (!server->is_running() && !listenReturned) {
         std::this_thread::yield();
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -33,6 +34,7 @@ public:
 private:
     std::unique_ptr<httplib::Server> server;
     int boundPort = 0;
+    std::atomic<bool> listenReturned{false};
     std::thread thread;
 };
 
