@@ -12,6 +12,8 @@ target_include_directories(lumo_zmq SYSTEM INTERFACE ${CPPZMQ_INCLUDE_DIR})
 pkg_check_modules(LOG4CPLUS REQUIRED IMPORTED_TARGET log4cplus)
 pkg_check_modules(URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
+# The runtime's metrics page.
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 
 if(LUMO_BUILD_TESTS)
   find_package(GTest REQUIRED)

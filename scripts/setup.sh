@@ -13,6 +13,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   libcli11-dev
+  # the runtime's metrics page, and the checker its tests read the page with
+  libcpp-httplib-dev prometheus
   # krin-scope's server; krin-record's compression
   libwebsocketpp-dev libboost-dev libzstd-dev liblz4-dev
   # the browser of krin-scope's tests; network namespaces of the two-host tests

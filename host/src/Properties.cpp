@@ -27,6 +27,9 @@ const std::vector<PropertyInfo>& knownProperties() {
         {curveAuthorizedKeys, "runtime", "none (any subscriber with the server's public key)",
          "public keys of the subscribers that a publishing runtime admits, separated by commas and/or white space; "
          "needs `krin.runtime.curve.serverSecretKey`"},
+        {metricsAddress, "runtime", "none (no metrics page)",
+         "HOST:PORT (port 0: any free one) where the runtime serves its counters at `/metrics` for Prometheus; "
+         "an address that cannot be bound fails the runtime's creation (docs/metrics.md)"},
     };
     return known;
 }

@@ -62,10 +62,10 @@ TEST(Properties, RegistryHoldsEveryNamedConstantOnce) {
     for (const char* key : {properties::slowJoinerDelayMs, properties::disableTypeHashCheck,
                             properties::highWaterMark, properties::maxMessageSize, properties::curveServerSecretKey,
                             properties::curveServerPublicKey, properties::curvePublicKey, properties::curveSecretKey,
-                            properties::curveAuthorizedKeys}) {
+                            properties::curveAuthorizedKeys, properties::metricsAddress}) {
         EXPECT_EQ(std::count(keys.begin(), keys.end(), key), 1) << key;
     }
-    EXPECT_EQ(keys.size(), 9u);
+    EXPECT_EQ(keys.size(), 10u);
 }
 
 TEST(Properties, NumberThatIsNotOneIsRefusedWithTheRuntimesOwnMessage) {

@@ -63,6 +63,24 @@ TEST(LumoDemo, CurveWithKeysOfItsOwnIsRefusedWithExitCodeTwo) {
         << demo.err();
 }
 
+TEST(LumoDemo, MetricsAddressServesTheRuntimesCountersAndTheEndPrintsThem) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--metrics-address", "127.0.0.1:0", "--duration", "1", "--quiet"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    const std::string out = demo.out();
+    EXPECT_NE(out.find("lumo-demo: runtime metrics at http://127.0.0.1:"), std::string::npos) << out;
+    EXPECT_NE(out.find(" forwarded, 0 dropped (queue full)"), std::string::npos) << out;
+    EXPECT_NE(out.find("/lumo/demo/FieldStablizationTopicIn: "), std::string::npos) << out;
+    EXPECT_NE(out.find(" delivered, 0 failed to process"), std::string::npos) << out;
+}
+
+TEST(LumoDemo, MetricsAddressThatIsNotHostAndPortIsRefusedWithExitCodeTwo) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--metrics-address", "nowhere"});
+    EXPECT_EQ(demo.wait(60s), 2);
+    EXPECT_NE(demo.err().find("Property krin.runtime.metricsAddress has value 'nowhere': not HOST:PORT"),
+              std::string::npos)
+        << demo.err();
+}
+
 TEST(LumoDemo, ShowsProgressWhileItRuns) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "2", "--rate", "200"});
     ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
@@ -80,7 +98,7 @@ TEST(LumoDemo, HelpExplainsEveryOptionAndExitsZero) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--help"});
     ASSERT_EQ(demo.wait(60s), 0);
     for (const char* option : {"--duration", "--rate", "--port", "-p KEY=VALUE", "--log-config", "--plugin",
-                               "--curve", "--quiet", "--help", "Exit status"}) {
+                               "--curve", "--metrics-address", "--quiet", "--help", "Exit status"}) {
         EXPECT_NE(demo.out().find(option), std::string::npos) << option;
     }
 }

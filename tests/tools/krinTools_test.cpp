@@ -48,6 +48,16 @@ TEST(KrinTools, TapPrintsAsJsonExactlyWhatPubSends) {
     }
 }
 
+TEST(KrinTools, TapWithAMetricsAddressServesTheRuntimesCountersAndPrintsThemAtTheEnd) {
+    TapAndPub run({"--metrics-address", "127.0.0.1:0", "--count", "3"}, freshUri(), "CentOpt", centOptJson);
+    ASSERT_EQ(run.tap.wait(100s), 0) << run.tap.err();
+    EXPECT_EQ(run.pub.interrupt(60s), 0) << run.pub.err();
+    const std::string err = run.tap.err();
+    EXPECT_NE(err.find("krin-tap: runtime metrics at http://127.0.0.1:"), std::string::npos) << err;
+    EXPECT_NE(err.find("krin-tap: subscription krin.ps://"), std::string::npos) << err;
+    EXPECT_NE(err.find(" delivered, 0 failed to process, 0 authentication failures, "), std::string::npos) << err;
+}
+
 TEST(KrinTools, TapPrintsEnumerationsByNameAndNestedMessagesFieldByField) {
     const std::string simCentErrors =
         R"({"img_gp1_err":{"x_err_in_pixels":0.5,"y_err_in_pixels":-0.25,"flux":1500,"readout_err":false},)"

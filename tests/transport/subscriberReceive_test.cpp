@@ -127,6 +127,18 @@ TEST_F(SubscriberReceiveTest, TopicFrameMismatchIsReportedAndLeavesTheRestOfTheM
     EXPECT_TRUE(subscriber->read(0).empty());
 }
 
+TEST_F(SubscriberReceiveTest, MessageThatFailedToBeProcessedIsCountedByTheRuntime) {
+    lumo::test::CaptureLog log("vexa.dabo.krin.subscriber");
+    peer.send({topicFrame, std::string("\xff\xff\xff\xff", 4), refPosPayload(77)});
+    EXPECT_TRUE(receivedBeforeNextGoodMessage().empty());
+    ASSERT_EQ(log.errors().size(), 1u);
+    // Counted when its event returned, before the good message's event began.
+    const auto subscriptions = dabo->metrics().subscriptions;
+    ASSERT_EQ(subscriptions.size(), 1u);
+    EXPECT_EQ(subscriptions[0].subscription, peer.uri(topicPath));
+    EXPECT_EQ(subscriptions[0].messagesFailed, 1u);
+}
+
 TEST_F(SubscriberReceiveTest, HeaderThatDoesNotParseIsReportedAndItsPayloadDiscarded) {
     lumo::test::CaptureLog log("vexa.dabo.krin.subscriber");
     lumo::test::CaptureLog runtimeLog("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);

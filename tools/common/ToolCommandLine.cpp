@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "lumotypes/host/Plugin.h"
+#include "lumotypes/host/Properties.h"
 #include "tools/common/CommandLine.h"
 
 namespace lumo::tools {
@@ -94,6 +95,17 @@ void ToolCommandLine::addCurveOptions(orlo::dabo::Dabo::Properties& properties) 
             ->group("CURVE security (keys as Z85 text, 40 characters; -p krin.runtime.curve.* sets the same; "
                     "a secret key on the command line is visible to other users of the machine)");
     }
+}
+
+void ToolCommandLine::addMetricsAddress(orlo::dabo::Dabo::Properties& properties) {
+    cli.add_option_function<std::string>(
+           "--metrics-address",
+           [&properties](const std::string& value) {
+               properties[lumotypes::host::properties::metricsAddress] = value;
+           },
+           "serve the runtime's counters for Prometheus at http://HOST:PORT/metrics (port 0: any free one); "
+           "the same as -p krin.runtime.metricsAddress=HOST:PORT")
+        ->type_name("HOST:PORT");
 }
 
 void ToolCommandLine::addPlugin(std::string& path) {

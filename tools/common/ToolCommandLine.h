@@ -28,6 +28,8 @@ public:
     void addProperties(orlo::dabo::Dabo::Properties& properties, const std::string& example);
     /// The five CURVE options, each setting one krin.runtime.curve.* property.
     void addCurveOptions(orlo::dabo::Dabo::Properties& properties);
+    /// `--metrics-address HOST:PORT`, setting krin.runtime.metricsAddress.
+    void addMetricsAddress(orlo::dabo::Dabo::Properties& properties);
     /// `--plugin PATH`, defaulting to the plug-in beside the tools.
     void addPlugin(std::string& path);
 

@@ -55,6 +55,7 @@ void defineDemoOptions(lumo::tools::ToolCommandLine& line, DemoOptions& options)
         ->type_name("PORT")
         ->check(wholeNumberIn(0, 65535, "a TCP port"));
     line.addProperties(options.properties, "krin.runtime.highWaterMark=5000");
+    line.addMetricsAddress(options.properties);
     app.add_option("--log-config", options.logConfig,
                    "a log4cplus configuration (default: lumo-demo.log4cplus.properties beside the program, or "
                    "installed under share/lumotypes-krin)")

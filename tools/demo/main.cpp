@@ -17,6 +17,8 @@
 #include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/FreePort.h"
+#include "dabo/krin/detail/KrinDabo.h"
+#include "tools/common/RuntimeMetricsReport.h"
 #include "tools/common/StopSignal.h"
 #include "tools/common/ToolLogging.h"
 #include "tools/demo/DemoOptions.h"
@@ -73,12 +75,22 @@ int runDemo(const demo::DemoOptions& options) {
     lumotypes::host::Plugin plugin(options.plugin);
     tools::Schema schema(plugin);
     const int port = options.port != 0 ? options.port : tools::freeLoopbackPort();
-    auto runtime = lumotypes::host::createRuntime(options.properties);
+    lumotypes::host::Runtime runtime;
+    try {
+        runtime = lumotypes::host::createRuntime(options.properties);
+    } catch (const orlo::dabo::DaboException& refusal) {
+        // Properties that only the runtime checks, such as its metrics address.
+        throw tools::UsageError(refusal.what());
+    }
     demo::DemoContext context{plugin, schema, runtime, options.properties,
                               "krin.ps://127.0.0.1:" + std::to_string(port)};
     std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"
               << "lumo-demo: runtime on " << context.endpoint << ", topics under /lumo/demo/\n"
               << "lumo-demo: transport: " << transportOf(options) << "\n";
+    const std::string metricsPage = tools::metricsPageOf(*runtime);
+    if (!metricsPage.empty()) {
+        std::cout << "lumo-demo: runtime metrics at " << metricsPage << "\n";
+    }
     LOG4CPLUS_INFO(logger, "plug-in " << plugin.path() << ", schema " << schema.fileName() << ", endpoint "
                                       << context.endpoint);
 
@@ -138,6 +150,9 @@ int runDemo(const demo::DemoOptions& options) {
     std::cout << "Loop latency: from the sensor's timestamp_utc, carried back in timestamp_in_utc,\n"
                  "to the arrival of the controller's command at the monitor.\n"
               << "Transport: " << transportOf(options) << "\n";
+    if (!metricsPage.empty()) {
+        tools::printRuntimeMetrics(std::cout, "lumo-demo", runtime->metrics());
+    }
     if (scope) {
         std::cout << "lumo-demo: the scope serves " << scope->address() << " until Ctrl-C" << std::endl;
         while (!tools::StopSignal::install().waitUntil(std::chrono::steady_clock::now() + std::chrono::hours(1))) {

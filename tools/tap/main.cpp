@@ -17,6 +17,8 @@
 #include "lumotypes/host/Runtime.h"
 #include "lumotypes/host/WireTap.h"
 #include "tools/common/CommandLine.h"
+#include "dabo/krin/detail/KrinDabo.h"
+#include "tools/common/RuntimeMetricsReport.h"
 #include "tools/common/Schema.h"
 #include "tools/common/StopSignal.h"
 #include "tools/common/ToolCommandLine.h"
@@ -77,6 +79,7 @@ void define(ToolCommandLine& line, Options& options) {
                        "whose header names another type");
     line.addPlugin(options.plugin);
     line.addCurveOptions(options.properties);
+    line.addMetricsAddress(options.properties);
     app.footer(exitStatusText("--count samples did not come within --duration"));
 }
 
@@ -128,6 +131,10 @@ int run(const Options& options) {
         });
     stop.onStop([tap] { tap->interrupt(); });
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
+    const std::string metricsPage = metricsPageOf(*runtime);
+    if (!metricsPage.empty()) {
+        std::cerr << "krin-tap: runtime metrics at " << metricsPage << std::endl;
+    }
 
     OutputWriter output(STDOUT_FILENO, stop.descriptor());
     const auto start = Clock::now();
@@ -177,6 +184,9 @@ int run(const Options& options) {
                   << "(--queue " << options.queue << ")" << std::endl;
     }
     tap->close();
+    if (!metricsPage.empty()) {
+        printRuntimeMetrics(std::cerr, "krin-tap", runtime->metrics());
+    }
     if (options.count != 0 && taken < options.count && !stop.stopped() && output.open()) {
         std::cerr << "krin-tap: " << taken << " of " << options.count << " samples within " << options.duration
                   << " s" << std::endl;

@@ -72,6 +72,7 @@ ConnectionMonitor::ConnectionMonitor(zmq::context_t& context, zmq::socket_t& wat
 }
 
 ConnectionMonitor::~ConnectionMonitor() {
+    countConnections(ZMQ_EVENT_MONITOR_STOPPED);
     zmq_socket_monitor(watched.handle(), nullptr, 0);
     monitor.close();
 }
@@ -118,6 +119,30 @@ void ConnectionMonitor::serve() {
         } else if ((number & failedHandshakeEvents) != 0) {
             handshakeFailed(number, value);
         }
+        countConnections(number);
+    }
+}
+
+void ConnectionMonitor::countConnections(std::uint16_t event) {
+    if (connectionCounters == nullptr) {
+        return;
+    }
+    if (side == Side::Publishing) {
+        connectionCounters->peersConnected.set(
+            event == ZMQ_EVENT_MONITOR_STOPPED ? 0 : static_cast<std::int64_t>(peers.size()));
+        return;
+    }
+    // Subscribers of one URI share their counters, so a SUB adds and takes
+    // away its own connection.
+    const bool open = event == ZMQ_EVENT_HANDSHAKE_SUCCEEDED ||
+                      (countedOpen && event != ZMQ_EVENT_DISCONNECTED && event != ZMQ_EVENT_MONITOR_STOPPED);
+    if (open != countedOpen) {
+        if (open) {
+            connectionCounters->peersConnected.add();
+        } else {
+            connectionCounters->peersConnected.subtract();
+        }
+        countedOpen = open;
     }
 }
 
@@ -149,6 +174,10 @@ void ConnectionMonitor::disconnected(const std::string& peerAddress) {
 }
 
 void ConnectionMonitor::handshakeFailed(std::uint16_t event, std::uint32_t value) {
+    if (connectionCounters != nullptr &&
+        (event == ZMQ_EVENT_HANDSHAKE_FAILED_AUTH || event == ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL)) {
+        connectionCounters->authenticationRefusals.add();
+    }
     std::string reason;
     if (event == ZMQ_EVENT_HANDSHAKE_FAILED_AUTH) {
         // The authentication handler has named the refused key already.

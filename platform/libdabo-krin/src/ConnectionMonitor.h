@@ -11,6 +11,7 @@
 #include <zmq.hpp>
 
 #include "LogLimiter.h"
+#include "RuntimeCounters.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -54,6 +55,10 @@ public:
     ConnectionMonitor(const ConnectionMonitor&) = delete;
     ConnectionMonitor& operator=(const ConnectionMonitor&) = delete;
 
+    /// Counts the open connections and the refused handshakes in `counters`
+    /// from now on (a SUB's only while its handshake is complete).
+    void countInto(ConnectionCounters& counters) { connectionCounters = &counters; }
+
     /// For the runtime's poll items.
     zmq::socket_t& socket() { return monitor; }
 
@@ -70,6 +75,8 @@ private:
     void disconnected(const std::string& peerAddress);
     void handshakeFailed(std::uint16_t event, std::uint32_t value);
     void dropped(const std::string& peerAddress);
+    /// Keeps the count of open connections up to date after an event.
+    void countConnections(std::uint16_t event);
 
     zmq::socket_t& watched;
     Side side;
@@ -88,6 +95,9 @@ private:
     /// Set when a subscribing connection dropped; cleared when ZeroMQ
     /// announces its own reconnection.
     std::optional<std::chrono::steady_clock::time_point> reconnectDue;
+    ConnectionCounters* connectionCounters = nullptr;
+    /// A SUB's connection is counted as open.
+    bool countedOpen = false;
 };
 
 }  // namespace orlo::dabo::krin::detail

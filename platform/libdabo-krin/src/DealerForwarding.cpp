@@ -31,8 +31,10 @@ void DealerForwarding::forward() {
             return;
         }
         const auto found = routes.find(routing.to_string());
-        zmq::socket_t* xpub = found != routes.end() ? found->second : nullptr;
+        const Route* route = found != routes.end() ? &found->second : nullptr;
         bool more = routing.more();
+        bool first = true;
+        bool refused = false;
         while (more) {
             // The parts of a message arrive together, so none is waited for.
             zmq::message_t frame;
@@ -40,14 +42,29 @@ void DealerForwarding::forward() {
                 break;
             }
             more = frame.more();
-            if (xpub != nullptr) {
-                // Sending hands the frame's buffer over; nothing is copied.
-                xpub->send(frame, more ? zmq::send_flags::sndmore | zmq::send_flags::dontwait
-                                       : zmq::send_flags::dontwait);
+            if (route == nullptr || refused) {
+                continue;
+            }
+            // Sending hands the frame's buffer over; nothing is copied.
+            const zmq::send_flags flags =
+                more ? zmq::send_flags::sndmore | zmq::send_flags::dontwait : zmq::send_flags::dontwait;
+            if (first) {
+                // In no-drop mode a subscriber's full queue refuses the whole
+                // message here, before any of it is sent: it is dropped, as
+                // ZeroMQ would have dropped it for that subscriber, and counted.
+                refused = !route->xpub->send(frame, flags);
+                first = false;
+            } else if (!route->xpub->send(frame, flags)) {
+                // ZeroMQ decides about the queues on the first frame only, so
+                // the rest of an accepted message is never refused; should it
+                // be, the message is completed rather than cut.
+                route->xpub->send(frame, more ? zmq::send_flags::sndmore : zmq::send_flags::none);
             }
         }
-        if (xpub == nullptr) {
+        if (route == nullptr) {
             dropped(routing);
+        } else if (route->counters != nullptr && !first) {
+            (refused ? route->counters->messagesDropped : route->counters->messagesForwarded).add();
         }
     }
 }

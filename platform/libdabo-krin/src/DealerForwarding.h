@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <zmq.hpp>
 
+#include "RuntimeCounters.h"
+
 namespace orlo::dabo::krin::detail {
 
 class RuntimeSeam;
@@ -21,8 +23,11 @@ public:
 
     zmq::socket_t& router() { return routerSocket; }
 
-    /// From now on the frames of the dealer `identity` go to `xpub`.
-    void route(const std::string& identity, zmq::socket_t& xpub) { routes[identity] = &xpub; }
+    /// From now on the frames of the dealer `identity` go to `xpub`, which is
+    /// in no-drop mode (ZMQ_XPUB_NODROP), counted in `counters` unless null.
+    void route(const std::string& identity, zmq::socket_t& xpub, EndpointCounters* counters) {
+        routes[identity] = Route{&xpub, counters};
+    }
     /// From now on the frames of the dealer `identity` are dropped.
     void unroute(const std::string& identity) { routes.erase(identity); }
 
@@ -32,12 +37,17 @@ public:
     void forward();
 
 private:
+    struct Route {
+        zmq::socket_t* xpub;
+        EndpointCounters* counters;
+    };
+
     void dropped(const zmq::message_t& routing);
 
     RuntimeSeam& seam;
     log4cplus::Logger logger;
     zmq::socket_t routerSocket;
-    std::unordered_map<std::string, zmq::socket_t*> routes;
+    std::unordered_map<std::string, Route> routes;
 };
 
 }  // namespace orlo::dabo::krin::detail

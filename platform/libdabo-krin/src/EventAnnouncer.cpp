@@ -15,18 +15,22 @@ void fulfil(std::shared_ptr<std::promise<void>>& done) {
 }
 
 bool deliverEvent(log4cplus::Logger& logger, const std::weak_ptr<EventsHandler>& handler,
-                  std::shared_ptr<zmq::socket_t> socket, KrinDaboEvent event) {
+                  std::shared_ptr<zmq::socket_t> socket, KrinDaboEvent event, bool* handled) {
     std::shared_ptr<EventsHandler> locked = handler.lock();
     if (!locked) {
         LOG4CPLUS_TRACE(logger, "Event " << static_cast<int>(event) << " dropped: its handler is gone");
         return false;
     }
+    bool succeeded = false;
     try {
-        locked->events(socket, event);
+        succeeded = locked->events(socket, event);
     } catch (const std::exception& e) {
         LOG4CPLUS_ERROR(logger, "Event handler failed on event " << static_cast<int>(event) << ": " << e.what());
     } catch (...) {
         LOG4CPLUS_ERROR(logger, "Event handler failed on event " << static_cast<int>(event));
+    }
+    if (handled != nullptr) {
+        *handled = succeeded;
     }
     return true;
 }

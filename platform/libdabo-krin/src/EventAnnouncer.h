@@ -17,9 +17,10 @@ namespace orlo::dabo::krin::detail {
 
 /// Calls `handler` through a lock of its weak pointer, on the runtime's
 /// thread; a handler's exception is logged and goes no further. False if the
-/// handler is gone.
+/// handler is gone. `handled`, when given, says whether the handler
+/// reported the event handled (it returned true and threw nothing).
 bool deliverEvent(log4cplus::Logger& logger, const std::weak_ptr<EventsHandler>& handler,
-                  std::shared_ptr<zmq::socket_t> socket, KrinDaboEvent event);
+                  std::shared_ptr<zmq::socket_t> socket, KrinDaboEvent event, bool* handled = nullptr);
 
 /// The events that register and unregister calls cause: delivered now, later
 /// or never, as the seam says, and the caller's promise kept once delivery

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KrinRuntime.h"
+#include "MetricsServer.h"
 #include "ProtobufLogRouting.h"
 #include "dabo/krin/detail/RuntimeSeam.h"
 #include "dabo/DaboException.h"
@@ -97,6 +98,13 @@ KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_p
     : properties(properties),
       runtime(std::make_shared<KrinRuntime>(std::move(seam), highWaterMarkOf(properties),
                                             KrinSocketOptions(properties))) {
+    const auto metricsAddress = properties.find(metricsAddressProperty);
+    if (metricsAddress != properties.end()) {
+        // Bound before the runtime's thread starts, so that a bad address
+        // fails creation with nothing to undo.
+        metricsServer = std::make_unique<MetricsServer>(
+            metricsAddress->second, [state = runtime] { return toPrometheusText(state->metrics().snapshot()); });
+    }
     // Protocol Buffers' complaints about refused payloads go to the log too.
     routeProtobufLogging();
     std::promise<void> ready;
@@ -113,6 +121,7 @@ KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_p
 }
 
 KrinDabo::~KrinDabo() {
+    metricsServer.reset();
     runtime->requestStop();
     if (thread.get_id() == std::this_thread::get_id()) {
         // Released from inside an event: the thread cannot wait for itself.
@@ -149,7 +158,7 @@ void KrinDabo::registerPublisher(const std::string& endpoint, const std::string&
     auto bindFailure = std::make_shared<std::string>();
     const bool finished =
         post(RuntimeCommand{RuntimeCommand::Kind::RegisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr,
-                            bindFailure},
+                            bindFailure, {}},
              isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
     if (finished && !bindFailure->empty()) {
         throw DaboException(*bindFailure);
@@ -159,7 +168,7 @@ void KrinDabo::registerPublisher(const std::string& endpoint, const std::string&
 void KrinDabo::unregisterPublisher(const std::string& endpoint, const std::string& identity,
                                    std::weak_ptr<EventsHandler>& handler) {
     runtime->seam().called("unregisterPublisher", isEmpty(handler));
-    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr, nullptr},
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterPublisher, endpoint, identity, {}, nullptr, handler, nullptr, nullptr, {}},
          !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
 }
 
@@ -168,14 +177,22 @@ void KrinDabo::registerSubscriber(const std::string& uri, const std::string& top
     runtime->seam().called("registerSubscriber", isEmpty(handler));
     const KrinTopicAddress address = parseKrinUri(uri, false, true);
     post(RuntimeCommand{RuntimeCommand::Kind::RegisterSubscriber, address.tcpEndpoint(), {}, topicIdFrame, nullptr,
-                        handler, nullptr, nullptr},
+                        handler, nullptr, nullptr, uri},
          isImmediate(runtime->seam().deliveryOfRegistered()), runtime->seam().registerWaitsForRegistered());
 }
 
 void KrinDabo::unregisterSubscriber(std::shared_ptr<zmq::socket_t>& socket, std::weak_ptr<EventsHandler>& handler) {
     runtime->seam().called("unregisterSubscriber", isEmpty(handler));
-    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr, nullptr},
+    post(RuntimeCommand{RuntimeCommand::Kind::UnregisterSubscriber, {}, {}, {}, socket, handler, nullptr, nullptr, {}},
          !isEmpty(handler) && isImmediate(runtime->seam().deliveryOfUnregistered()), false);
+}
+
+KrinMetrics KrinDabo::metrics() const {
+    return runtime->metrics().snapshot();
+}
+
+int KrinDabo::metricsPort() const {
+    return metricsServer ? metricsServer->port() : 0;
 }
 
 bool KrinDabo::post(RuntimeCommand command, bool eventImmediate, bool waitEvenIfDelayed) {

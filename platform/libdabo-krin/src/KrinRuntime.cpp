@@ -57,7 +57,7 @@ void KrinRuntime::run(std::promise<void>& ready) {
     try {
         forwarding = std::make_unique<DealerForwarding>(zmqContext, routerEndpoint, hwm, *runtimeSeam, logger);
         endpoints = std::make_unique<PublishingEndpoints>(PublishingEndpoints::Context{
-            zmqContext, socketOptions, hwm, pollSet, *forwarding, bindRetries, *runtimeSeam, logger});
+            zmqContext, socketOptions, hwm, pollSet, *forwarding, bindRetries, *runtimeSeam, logger, counters});
         subscribers = std::make_unique<SubscriberSockets>(zmqContext, socketOptions, hwm, pollSet, logger);
         if (!socketOptions.authorizedClientKeys().empty()) {
             // Bound before any XPUB exists, so no handshake passes unasked.

@@ -18,6 +18,7 @@
 #include "PollSet.h"
 #include "PublishingEndpoints.h"
 #include "RuntimeCommand.h"
+#include "RuntimeMetrics.h"
 #include "SubscriberSockets.h"
 #include "ZapAuthenticator.h"
 #include "dabo/krin/detail/RuntimeSeam.h"
@@ -42,6 +43,8 @@ public:
     const std::string& routerAddress() const { return routerEndpoint; }
     int highWaterMark() const { return hwm; }
     RuntimeSeam& seam() const { return *runtimeSeam; }
+    /// The counters; any thread may take a snapshot.
+    const RuntimeMetrics& metrics() const { return counters; }
 
     /// Hands a command to the runtime's thread; never blocks on it.
     void post(RuntimeCommand command);
@@ -88,6 +91,7 @@ private:
     std::mutex commandsMutex;
     std::vector<RuntimeCommand> commands;
     std::atomic<bool> stopRequested{false};
+    RuntimeMetrics counters;
 
     // Owned by the runtime's thread alone from here on.
     PollSet pollSet;

@@ -9,6 +9,7 @@
 #include "DealerForwarding.h"
 #include "PollSet.h"
 #include "SocketSetup.h"
+#include "dabo/krin/detail/RuntimeSeam.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -23,16 +24,22 @@ void PublishingEndpoints::bind(const std::string& endpoint) {
     // XPUB takes it (SubscriptionGate); joins are observed one by one.
     xpub->set(zmq::sockopt::xpub_verbose, 1);
     xpub->set(zmq::sockopt::xpub_manual, 1);
+    // A subscriber's full queue refuses the message instead of losing it
+    // unseen, so that DealerForwarding can count the drop.
+    xpub->set(zmq::sockopt::xpub_nodrop, 1);
     ctx.socketOptions.applyToPublishing(*xpub);
     allowIpv6For(*xpub, endpoint);
     // Watching from before the bind, so that no connection goes unseen;
     // declared after the socket, so that it stops first.
     auto monitor = std::make_unique<ConnectionMonitor>(ctx.zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
                                                        endpoint, ctx.socketOptions.subscriptionSizeLimit());
+    EndpointCounters& counters = ctx.metrics.endpoint(endpoint);
+    monitor->countInto(counters.connections);
     xpub->bind(endpoint);
     LOG4CPLUS_TRACE(ctx.logger, "Bound endpoint " << endpoint);
-    endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor),
-                                         std::make_unique<SubscriptionGate>(endpoint, ctx.seam, ctx.logger)});
+    auto gate = std::make_unique<SubscriptionGate>(endpoint, ctx.seam, ctx.logger);
+    gate->countRefusalsForSize(counters.messagesRefusedForSize);
+    endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor), std::move(gate), &counters});
     ctx.pollSet.invalidate();
 }
 
@@ -50,7 +57,7 @@ void PublishingEndpoints::attach(const std::string& identity, const std::string&
     }
     ++bound.publishers;
     publishers[identity] = endpoint;
-    ctx.forwarding.route(identity, *bound.xpub);
+    ctx.forwarding.route(identity, *bound.xpub, ctx.seam.countsMessages() ? bound.counters : nullptr);
 }
 
 bool PublishingEndpoints::detach(const std::string& identity, std::string& endpoint) {

@@ -10,6 +10,7 @@
 
 #include "ConnectionMonitor.h"
 #include "KrinSocketOptions.h"
+#include "RuntimeMetrics.h"
 #include "SubscriptionGate.h"
 
 namespace orlo::dabo::krin::detail {
@@ -33,6 +34,7 @@ public:
         BindRetries& bindRetries;
         RuntimeSeam& seam;
         log4cplus::Logger logger;
+        RuntimeMetrics& metrics;
     };
 
     explicit PublishingEndpoints(Context context) : ctx(std::move(context)) {}
@@ -58,6 +60,7 @@ private:
         /// Declared after the socket it watches, so that it stops first.
         std::unique_ptr<ConnectionMonitor> monitor;
         std::unique_ptr<SubscriptionGate> gate;
+        EndpointCounters* counters;
     };
 
     void release(const std::string& endpoint);

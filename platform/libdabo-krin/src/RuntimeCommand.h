@@ -24,6 +24,8 @@ struct RuntimeCommand {
     /// Why a publisher's endpoint could not be bound, in words; written on
     /// the runtime's thread before registrationDone is kept.
     std::shared_ptr<std::string> bindFailure;
+    /// A subscriber's "krin.ps://HOST:PORT/TOPIC", the label of its counters.
+    std::string uri;
 };
 
 }  // namespace orlo::dabo::krin::detail

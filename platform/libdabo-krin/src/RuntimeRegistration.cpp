@@ -98,7 +98,9 @@ void KrinRuntime::dropBindRetriesOf(const std::string& identity) {
 }
 
 void KrinRuntime::registerSubscriber(RuntimeCommand& command) {
-    std::shared_ptr<zmq::socket_t> socket = subscribers->open(command.endpoint, command.topicIdFrame, command.handler);
+    std::shared_ptr<zmq::socket_t> socket = subscribers->open(command.endpoint, command.topicIdFrame, command.handler,
+                                                                counters.subscription(command.uri),
+                                                                runtimeSeam->countsMessages());
     if (socket) {
         announce(runtimeSeam->deliveryOfRegistered(), command.handler, socket, REGISTERED, command.registrationDone);
     }

@@ -28,7 +28,8 @@ SubscriberSockets::SubscriberSockets(zmq::context_t& zmqContext, const KrinSocke
       logger(std::move(runtimeLogger)) {}
 
 std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoint, const std::string& topicIdFrame,
-                                                       const std::weak_ptr<EventsHandler>& handler) {
+                                                       const std::weak_ptr<EventsHandler>& handler,
+                                                       SubscriptionCounters& counters, bool countMessages) {
     auto socket = std::make_shared<zmq::socket_t>(context, zmq::socket_type::sub);
     socket->set(zmq::sockopt::linger, 0);
     socket->set(zmq::sockopt::rcvhwm, hwm);
@@ -40,6 +41,7 @@ std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoi
     if (socketOptions.messageSizeLimit() > 0) {
         monitor = std::make_unique<ConnectionMonitor>(context, *socket, ConnectionMonitor::Side::Subscribing, endpoint,
                                                       socketOptions.messageSizeLimit());
+        monitor->countInto(counters.connections);
     }
     try {
         socket->connect(endpoint);
@@ -52,7 +54,8 @@ std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoi
     if (monitor) {
         pollSet.invalidate();
     }
-    subscribers[socket.get()] = Subscriber{socket, handler, false, endpoint, std::move(monitor)};
+    subscribers[socket.get()] = Subscriber{socket, handler, false, endpoint, std::move(monitor), &counters,
+                                             countMessages};
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
         LOG4CPLUS_TRACE(logger, "Registered subscriber " << orlo::dabo::util::hexStr(topicIdFrame) << " on "
                                                          << endpoint);
@@ -129,9 +132,16 @@ void SubscriberSockets::serveReadable(zmq::socket_t* key) {
             return;
         }
         std::shared_ptr<zmq::socket_t> socket = found->second.socket;
-        if (!deliverEvent(logger, found->second.handler, socket, POLLER_READABLE)) {
+        SubscriptionCounters& counters = *found->second.counters;
+        const bool counted = found->second.countMessages;
+        bool handled = false;
+        if (!deliverEvent(logger, found->second.handler, socket, POLLER_READABLE, &handled)) {
             close(key);
             return;
+        }
+        if (counted) {
+            counters.messagesDelivered.add();
+            counters.messagesFailed.add(handled ? 0 : 1);
         }
         if (socket->handle() == nullptr) {
             return;

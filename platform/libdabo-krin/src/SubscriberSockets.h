@@ -11,6 +11,7 @@
 
 #include "ConnectionMonitor.h"
 #include "KrinSocketOptions.h"
+#include "RuntimeCounters.h"
 #include "dabo/krin/detail/EventsHandler.h"
 
 namespace orlo::dabo::krin::detail {
@@ -26,9 +27,12 @@ public:
                       log4cplus::Logger logger);
 
     /// A SUB connected to `endpoint` with `topicIdFrame` as its only
-    /// subscription, not yet served; null when it cannot connect (logged).
+    /// subscription, not yet served, counted in `counters` unless its
+    /// messages are not to be (`countMessages`); null when it cannot connect
+    /// (logged).
     std::shared_ptr<zmq::socket_t> open(const std::string& endpoint, const std::string& topicIdFrame,
-                                        const std::weak_ptr<EventsHandler>& handler);
+                                        const std::weak_ptr<EventsHandler>& handler, SubscriptionCounters& counters,
+                                        bool countMessages);
     bool contains(zmq::socket_t* socket) const { return subscribers.count(socket) != 0; }
     /// Serves the socket from now on, once its REGISTERED was delivered.
     void startServing(zmq::socket_t* socket);
@@ -53,6 +57,8 @@ private:
         std::string endpoint;
         /// While a message size limit is set.
         std::unique_ptr<ConnectionMonitor> monitor;
+        SubscriptionCounters* counters;
+        bool countMessages;
     };
 
     /// Hands the handler one event per waiting message, up to a bound.

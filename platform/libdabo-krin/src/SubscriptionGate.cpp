@@ -47,6 +47,9 @@ void SubscriptionGate::serve(zmq::socket_t& xpub) {
 void SubscriptionGate::subscribe(zmq::socket_t& xpub, const std::string& filter, const char* peerAddress) {
     const std::string peer = peerAddress != nullptr ? peerAddress : "";
     if (filter.size() > longestFilter) {
+        if (refusedForSize != nullptr) {
+            refusedForSize->add();
+        }
         refuse(peer, "a subscription of " + std::to_string(filter.size()) + " bytes, longer than a topic frame (" +
                          std::to_string(longestFilter) + " bytes)");
         return;

@@ -8,6 +8,7 @@
 #include <zmq.hpp>
 
 #include "LogLimiter.h"
+#include "RuntimeCounters.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -35,6 +36,9 @@ public:
     /// call, and applies those it takes.
     void serve(zmq::socket_t& xpub);
 
+    /// Counts the subscriptions refused for their size in `counter` from now on.
+    void countRefusalsForSize(RuntimeCounter<std::uint64_t>& counter) { refusedForSize = &counter; }
+
 private:
     void subscribe(zmq::socket_t& xpub, const std::string& filter, const char* peerAddress);
     void unsubscribe(zmq::socket_t& xpub, const std::string& filter, const char* peerAddress);
@@ -49,6 +53,7 @@ private:
     /// ZeroMQ makes when a peer goes away, which name no peer.
     std::multimap<std::string, std::string> holders;
     LogLimiter refusals;
+    RuntimeCounter<std::uint64_t>* refusedForSize = nullptr;
 };
 
 }  // namespace orlo::dabo::krin::detail

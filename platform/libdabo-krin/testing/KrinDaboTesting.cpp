@@ -30,6 +30,7 @@ public:
             hooks.messageDropped(identity);
         }
     }
+    bool countsMessages() const override { return !hooks.messagesUncounted; }
     void stopped() override {
         if (hooks.stopped) {
             hooks.stopped();

@@ -48,8 +48,9 @@ private:
                                           subscriberCommon::mrvKind>;
     friend Lifecycle;
 
-    /// Takes one message off the socket, checks it and stores the sample.
-    void readData();
+    /// Takes one message off the socket, checks it and stores the sample;
+    /// false when it failed to process the message (logged).
+    bool readData();
 
     /// Its own: the sample goes into the store; nothing of the header is kept.
     void deliver(std::unique_ptr<ST> entity, const orlo::dabo::krin::rr::KrinHeader& header);

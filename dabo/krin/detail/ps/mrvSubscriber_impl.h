@@ -40,8 +40,8 @@ void KrinMrvSubscriber<T, ST>::close() {
 }
 
 template <typename T, typename ST>
-void KrinMrvSubscriber<T, ST>::readData() {
-    Lifecycle::receive(*this);
+bool KrinMrvSubscriber<T, ST>::readData() {
+    return Lifecycle::receive(*this);
 }
 
 template <typename T, typename ST>

@@ -64,8 +64,9 @@ private:
                                           subscriberCommon::queuedKind>;
     friend Lifecycle;
 
-    /// Takes one message off the socket, checks it and hands the sample to the engine.
-    void readData();
+    /// Takes one message off the socket, checks it and hands the sample to the
+    /// engine; false when it failed to process the message (logged).
+    bool readData();
 
     /// Its own: the sample enters the engine with its source timestamp, the
     /// writer's generation and its time of receipt, and with the header's

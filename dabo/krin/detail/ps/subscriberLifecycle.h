@@ -58,7 +58,8 @@ struct SubscriberLifecycle {
     }
 
     /// The runtime's thread: keeps the socket of REGISTERED, records
-    /// registration changes, reads one message per POLLER_READABLE.
+    /// registration changes, reads one message per POLLER_READABLE. False when
+    /// that message failed to be processed, which the runtime counts.
     static bool events(S& subscriber, std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event) {
         switch (event) {
             case REGISTERED:
@@ -76,8 +77,7 @@ struct SubscriberLifecycle {
             case POLLER_READABLE:
                 subscriberCommon::traceNamed(subscriber.logger, "POLLER_READABLE event received for ", kind,
                                              subscriber.topicIdFrame);
-                subscriber.readData();
-                break;
+                return subscriber.readData();
             default:
                 break;
         }
@@ -114,11 +114,11 @@ struct SubscriberLifecycle {
 
     /// Takes one message off the socket, checks it, and hands the sample of
     /// binding `ST` to the subscriber's `deliver`. A bad message is logged and
-    /// the rest of it dropped; nothing reaches the caller.
-    static void receive(S& subscriber) {
+    /// the rest of it dropped; nothing reaches the caller but false.
+    static bool receive(S& subscriber) {
         if (subscriber.state != INITIALIZED) {
             subscriberCommon::warnNotReady(subscriber.logger);
-            return;
+            return true;
         }
         try {
             subscriberCommon::ReceivedFrames frames;
@@ -126,7 +126,7 @@ struct SubscriberLifecycle {
                                                          subscriber.disableTypeHashCheck};
             if (subscriberCommon::receiveFrames(*subscriber.socket, expected, kind, subscriber.logger, frames) !=
                 subscriberCommon::FramesOutcome::Complete) {
-                return;
+                return true;
             }
             std::unique_ptr<ST> entity = createDataEntityImpl<ST>();
             if (!entity->fromByteArray(frames.payload.data(), frames.payload.size())) {
@@ -135,7 +135,9 @@ struct SubscriberLifecycle {
             subscriber.deliver(std::move(entity), frames.header);
         } catch (const std::exception& failure) {
             subscriberCommon::reportFailureAndDiscard(subscriber.logger, failure, *subscriber.socket);
+            return false;
         }
+        return true;
     }
 };
 

@@ -54,8 +54,8 @@ void KrinSubscriber<T, ST>::close() {
 }
 
 template <typename T, typename ST>
-void KrinSubscriber<T, ST>::readData() {
-    Lifecycle::receive(*this);
+bool KrinSubscriber<T, ST>::readData() {
+    return Lifecycle::receive(*this);
 }
 
 template <typename T, typename ST>

@@ -27,6 +27,8 @@ constexpr const char* curvePublicKey = "krin.runtime.curve.publicKey";
 constexpr const char* curveSecretKey = "krin.runtime.curve.secretKey";
 /// Public keys of the subscribers a publishing runtime admits.
 constexpr const char* curveAuthorizedKeys = "krin.runtime.curve.authorizedKeys";
+/// HOST:PORT of the runtime's metrics page.
+constexpr const char* metricsAddress = "krin.runtime.metricsAddress";
 
 /// One property as the README's table documents it.
 struct PropertyInfo {

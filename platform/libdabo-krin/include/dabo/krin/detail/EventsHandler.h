@@ -25,7 +25,8 @@ enum KrinDaboEvent : int {
 /// one for every call, so an object that is being destroyed is never called.
 class EventsHandler {
 public:
-    /// Handles one event; always returns true.
+    /// Handles one event. False when it could not: a POLLER_READABLE whose
+    /// message could not be processed, which the runtime counts.
     virtual bool events(std::shared_ptr<zmq::socket_t>& socket, KrinDaboEvent event) = 0;
 
 protected:

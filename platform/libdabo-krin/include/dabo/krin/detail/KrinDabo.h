@@ -7,10 +7,12 @@
 
 #include "dabo/Dabo.h"
 #include "dabo/krin/detail/EventsHandler.h"
+#include "dabo/krin/detail/KrinMetrics.h"
 
 namespace orlo::dabo::krin::detail {
 
 class KrinRuntime;
+class MetricsServer;
 class RuntimeSeam;
 struct RuntimeCommand;
 
@@ -40,7 +42,9 @@ struct RuntimeCommand;
 /// and the SUB sockets. "krin.runtime.maxMessageSize" and the CURVE keys
 /// "krin.runtime.curve.*" shape the sockets towards other processes
 /// (KrinSocketOptions.h): the message limit is 64 MiB unless set (-1 for
-/// none), CURVE is off unless keys are given.
+/// none), CURVE is off unless keys are given. "krin.runtime.metricsAddress"
+/// (HOST:PORT, absent: off) serves metrics() at http://HOST:PORT/metrics in
+/// the Prometheus text format; create() fails when it cannot be bound.
 class KrinDabo : public orlo::dabo::Dabo {
 public:
     static std::shared_ptr<KrinDabo> create(const orlo::dabo::Dabo::Properties& properties);
@@ -80,6 +84,13 @@ public:
 
     const orlo::dabo::Dabo::Properties& getProperties() const { return properties; }
 
+    /// What the runtime has counted so far, per endpoint and per subscription
+    /// URI; from any thread.
+    KrinMetrics metrics() const;
+
+    /// The port of the metrics page, 0 when it is off.
+    int metricsPort() const;
+
     /// The thread on which events are delivered.
     std::thread::id eventThreadId() const { return thread.get_id(); }
 
@@ -97,6 +108,8 @@ private:
 
     orlo::dabo::Dabo::Properties properties;
     std::shared_ptr<KrinRuntime> runtime;
+    /// Declared after the runtime, so that it stops serving first.
+    std::unique_ptr<MetricsServer> metricsServer;
     std::thread thread;
 };
 

@@ -64,6 +64,10 @@ public:
                                   const std::string& /*filter*/) {}
     /// A message of the dealer `identity`, which is not registered, was dropped.
     virtual void messageDropped(const std::string& /*identity*/) {}
+    /// Whether the messages of a dealer or subscription registered from now on
+    /// are counted (KrinDabo::metrics); only a benchmark of what counting
+    /// costs turns it off.
+    virtual bool countsMessages() const { return true; }
     /// The runtime's thread has closed every socket; its last act.
     virtual void stopped() {}
 };

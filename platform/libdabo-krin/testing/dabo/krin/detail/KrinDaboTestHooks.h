@@ -37,6 +37,9 @@ struct KrinDaboTestHooks {
     /// with whether the handler given has no owner at all (never one that was
     /// set); false for createDealer. Lets a test count the calls.
     std::function<void(const std::string& operation, bool handlerEmpty)> callObserver;
+    /// Messages are forwarded and delivered without being counted, so that a
+    /// benchmark can measure what counting costs.
+    bool messagesUncounted = false;
 };
 
 /// Creates runtimes whose seam follows test hooks.
