@@ -183,6 +183,42 @@ TEST_F(MetricsTest, MessagesAStalledSubscriberMissesAreCountedAsDropped) {
     EXPECT_EQ(received, published - dropped);
 }
 
+TEST_F(MetricsTest, AStalledSubscriberHoldsBackNoOtherSubscriberOfTheSameTopic) {
+    publishingRuntime({{"krin.runtime.highWaterMark", "4"}});
+    zmq::context_t context;
+    zmq::socket_t stalled(context, zmq::socket_type::sub);
+    stalled.set(zmq::sockopt::rcvhwm, 4);
+    stalled.set(zmq::sockopt::linger, 0);
+    stalled.set(zmq::sockopt::subscribe, frame);
+    stalled.connect(endpointOf(port));
+    zmq::socket_t reading(context, zmq::socket_type::sub);
+    reading.set(zmq::sockopt::linger, 0);
+    reading.set(zmq::sockopt::subscribe, frame);
+    reading.set(zmq::sockopt::rcvtimeo, static_cast<int>(std::chrono::milliseconds(lumo::test::patience).count()));
+    reading.connect(endpointOf(port));
+    ASSERT_TRUE(waitForSubscriptions(2));
+
+    // One message at a time, each read before the next is sent: the reading
+    // subscriber's queue never fills, the stalled one's soon does.
+    constexpr unsigned int published = 300;
+    for (unsigned int i = 0; i < published; ++i) {
+        const auto sent = sampleFrames(frame, "p", i, 64 * 1024);
+        sendMessage(*dealer, sent);
+        std::vector<std::string> got;
+        zmq::message_t part;
+        do {
+            ASSERT_TRUE(reading.recv(part)) << "the reading subscriber got nothing after message " << i;
+            got.push_back(part.to_string());
+        } while (part.more());
+        ASSERT_EQ(got, sent) << "message " << i;
+    }
+    ASSERT_TRUE(waitForMetrics(*dabo, [&](const KrinMetrics& metrics) {
+        return metrics.endpoints[0].messagesForwarded + metrics.endpoints[0].messagesDropped >= published;
+    }));
+    // Counted as dropped: the messages the stalled subscriber missed.
+    EXPECT_GT(dabo->metrics().endpoints[0].messagesDropped, 0u);
+}
+
 TEST(MetricsAuthentication, ASubscriberWithAKeyNotAuthorisedIsCountedOnBothSides) {
     const auto server = lumo::tools::newCurveKeyPair();
     const auto admitted = lumo::tools::newCurveKeyPair();

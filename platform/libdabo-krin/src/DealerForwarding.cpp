@@ -24,6 +24,11 @@ DealerForwarding::DealerForwarding(zmq::context_t& context, const std::string& a
     routerSocket.bind(address);
 }
 
+bool DealerForwarding::sharedByOthers(const Route& route) {
+    // Without counters nobody can tell; the other subscribers come first.
+    return route.counters == nullptr || route.counters->connections.peersConnected.get() > 1;
+}
+
 void DealerForwarding::forward() {
     for (int n = 0; n < maxMessagesPerTurn; ++n) {
         zmq::message_t routing;
@@ -35,6 +40,7 @@ void DealerForwarding::forward() {
         bool more = routing.more();
         bool first = true;
         bool refused = false;
+        bool lossyResend = false;
         while (more) {
             // The parts of a message arrive together, so none is waited for.
             zmq::message_t frame;
@@ -42,7 +48,7 @@ void DealerForwarding::forward() {
                 break;
             }
             more = frame.more();
-            if (route == nullptr || refused) {
+            if (route == nullptr) {
                 continue;
             }
             // Sending hands the frame's buffer over; nothing is copied.
@@ -50,9 +56,17 @@ void DealerForwarding::forward() {
                 more ? zmq::send_flags::sndmore | zmq::send_flags::dontwait : zmq::send_flags::dontwait;
             if (first) {
                 // In no-drop mode a subscriber's full queue refuses the whole
-                // message here, before any of it is sent: it is dropped, as
-                // ZeroMQ would have dropped it for that subscriber, and counted.
+                // message here, before any of it is sent, so that it can be
+                // counted. Where other peers share the endpoint it still goes
+                // to those with room: sent once more without the no-drop mode,
+                // it is dropped for the full queue alone, as ZeroMQ would have
+                // done, so one stalled subscriber never holds back the others.
                 refused = !route->xpub->send(frame, flags);
+                lossyResend = refused && sharedByOthers(*route);
+                if (lossyResend) {
+                    route->xpub->set(zmq::sockopt::xpub_nodrop, 0);
+                    route->xpub->send(frame, flags);
+                }
                 first = false;
             } else if (!route->xpub->send(frame, flags)) {
                 // ZeroMQ decides about the queues on the first frame only, so
@@ -60,6 +74,9 @@ void DealerForwarding::forward() {
                 // be, the message is completed rather than cut.
                 route->xpub->send(frame, more ? zmq::send_flags::sndmore : zmq::send_flags::none);
             }
+        }
+        if (lossyResend) {
+            route->xpub->set(zmq::sockopt::xpub_nodrop, 1);
         }
         if (route == nullptr) {
             dropped(routing);

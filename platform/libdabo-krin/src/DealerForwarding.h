@@ -43,6 +43,8 @@ private:
     };
 
     void dropped(const zmq::message_t& routing);
+    /// Whether peers other than a stalled one may wait for the route's messages.
+    static bool sharedByOthers(const Route& route);
 
     RuntimeSeam& seam;
     log4cplus::Logger logger;
