@@ -60,12 +60,13 @@ TEST(Properties, RegistryHoldsEveryNamedConstantOnce) {
         keys.push_back(property.key);
     }
     for (const char* key : {properties::slowJoinerDelayMs, properties::disableTypeHashCheck,
-                            properties::highWaterMark, properties::maxMessageSize, properties::curveServerSecretKey,
+                            properties::highWaterMark, properties::maxMessageSize, properties::maxPeersPerEndpoint,
+                            properties::curveServerSecretKey,
                             properties::curveServerPublicKey, properties::curvePublicKey, properties::curveSecretKey,
                             properties::curveAuthorizedKeys}) {
         EXPECT_EQ(std::count(keys.begin(), keys.end(), key), 1) << key;
     }
-    EXPECT_EQ(keys.size(), 9u);
+    EXPECT_EQ(keys.size(), 10u);
 }
 
 TEST(Properties, NumberThatIsNotOneIsRefusedWithTheRuntimesOwnMessage) {

@@ -20,6 +20,7 @@
 #include "ChildProcess.h"
 #include "FreePort.h"
 #include "HostFactories.h"
+#include "RawConnections.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "dabo/ps/DataEventFilter.h"
 
@@ -49,12 +50,14 @@ protected:
             }
             joinsChanged.notify_all();
         };
-        publishing = KrinDaboTesting::create({}, hooks);
+        publishing = KrinDaboTesting::create(publishingProperties(), hooks);
         publisher = lumo::security::publisherOf<Sample>("HokuTopicIn", uri(), {}, publishing);
         subscribing = KrinDabo::create({});
         subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, subscribing);
         ASSERT_TRUE(awaitJoins(1));
     }
+
+    virtual orlo::dabo::Dabo::Properties publishingProperties() const { return {}; }
 
     void TearDown() override {
         subscriber->close();
@@ -193,6 +196,43 @@ TEST_F(HostileSubscriberTest, IdleConnectionsCostTheirBoundInPublisherMemory) {
     std::cout << "[hostile] " << peers << " idle subscribers: " << perPeerBytes
               << " bytes of publisher resident memory per connected peer" << std::endl;
     EXPECT_LT(perPeerBytes, 64 * 1024);
+}
+
+/// The same endpoint with a bound on its connections.
+class PeerLimitTest : public HostileSubscriberTest {
+protected:
+    static constexpr int maxPeers = 10;
+
+    orlo::dabo::Dabo::Properties publishingProperties() const override {
+        return {{"krin.runtime.maxPeersPerEndpoint", std::to_string(maxPeers)}};
+    }
+};
+
+constexpr int PeerLimitTest::maxPeers;
+
+TEST_F(PeerLimitTest, ConnectionsBeyondTheLimitAreCutWhileTheSubscriberGoesOnReceivingAndALateOneIsTakenOnceTheyGo) {
+    constexpr int flood = 40;
+    // The well-behaved subscriber holds one of the places.
+    constexpr int kept = maxPeers - 1;
+    lumo::security::RawConnections idle(std::stoi(port), flood);
+    ASSERT_EQ(idle.opened(), flood);
+    EXPECT_EQ(idle.awaitClosedByPeer(flood - kept, std::chrono::seconds(30)), flood - kept);
+    EXPECT_TRUE(everySampleArrives(0, 500));
+
+    // Said once, in full; the other refusals are held back.
+    const auto refusals = log.messagesContaining(log4cplus::WARN_LOG_LEVEL, "the most krin.runtime.maxPeersPerEndpoint");
+    ASSERT_EQ(refusals.size(), 1u);
+    EXPECT_NE(refusals[0].find("Refused a subscriber from 127.0.0.1:"), std::string::npos) << refusals[0];
+    EXPECT_NE(refusals[0].find("at " + endpoint() + ": it holds 10 connections"), std::string::npos) << refusals[0];
+    // A connection cut for the limit is not reported again as dropped.
+    EXPECT_TRUE(log.messagesContaining(log4cplus::WARN_LOG_LEVEL, " dropped: ").empty());
+    EXPECT_EQ(idle.closedByPeer(), flood - kept);
+
+    idle.closeAll();
+    const Runtime another = KrinDabo::create({});
+    auto late = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, another);
+    EXPECT_TRUE(awaitJoins(2));
+    late->close();
 }
 
 }  // namespace

@@ -6,11 +6,13 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <zmq.hpp>
 
 #include "LogLimiter.h"
+#include "PeerLimit.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -35,6 +37,10 @@ namespace orlo::dabo::krin::detail {
 /// therefore connects it afresh; a peer that went away is then reconnected to
 /// as ZeroMQ would have done, once it is back.
 ///
+/// An XPUB's monitor also holds the endpoint to its PeerLimit: it cuts a
+/// connection beyond the bound as soon as it is reported accepted, and says
+/// so instead of reporting its end, and it reports the accepts that fail.
+///
 /// The monitor is a PAIR socket served on the runtime's thread, like the
 /// watched socket itself.
 class ConnectionMonitor {
@@ -49,6 +55,9 @@ public:
     /// `maxMessageSize`: the limit of the watched socket, for the log lines.
     ConnectionMonitor(zmq::context_t& context, zmq::socket_t& watched, Side side, std::string endpoint,
                       long maxMessageSize);
+    /// Bounds the connections of a publishing endpoint from now on.
+    void limitPeers(std::unique_ptr<PeerLimit> limit) { peerLimit = std::move(limit); }
+
     /// Stops watching; the watched socket must still be open.
     ~ConnectionMonitor();
     ConnectionMonitor(const ConnectionMonitor&) = delete;
@@ -70,6 +79,7 @@ private:
     void disconnected(const std::string& peerAddress);
     void handshakeFailed(std::uint16_t event, std::uint32_t value);
     void dropped(const std::string& peerAddress);
+    void stopWatching();
 
     zmq::socket_t& watched;
     Side side;
@@ -85,6 +95,7 @@ private:
     /// The peer address of each accepted connection, by its descriptor.
     std::map<int, std::string> peers;
     LogLimiter logLimiter;
+    std::unique_ptr<PeerLimit> peerLimit;
     /// Set when a subscribing connection dropped; cleared when ZeroMQ
     /// announces its own reconnection.
     std::optional<std::chrono::steady_clock::time_point> reconnectDue;

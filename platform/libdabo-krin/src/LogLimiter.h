@@ -28,6 +28,13 @@ public:
         return admit(key, now, heldBack);
     }
 
+    /// What a line written after others were held back adds: " (N more
+    /// times since the last report)", or nothing.
+    static std::string heldBackNote(unsigned long heldBack) {
+        return heldBack == 0 ? std::string()
+                             : " (" + std::to_string(heldBack) + " more times since the last report)";
+    }
+
 private:
     struct Entry {
         Clock::time_point lastWritten;

@@ -7,6 +7,7 @@
 
 #include "BindRetries.h"
 #include "DealerForwarding.h"
+#include "PeerLimit.h"
 #include "PollSet.h"
 #include "SocketSetup.h"
 
@@ -29,6 +30,8 @@ void PublishingEndpoints::bind(const std::string& endpoint) {
     // declared after the socket, so that it stops first.
     auto monitor = std::make_unique<ConnectionMonitor>(ctx.zmqContext, *xpub, ConnectionMonitor::Side::Publishing,
                                                        endpoint, ctx.socketOptions.subscriptionSizeLimit());
+    monitor->limitPeers(
+        std::make_unique<PeerLimit>(endpoint, ctx.socketOptions.peersPerEndpointLimit(), ctx.logger));
     xpub->bind(endpoint);
     LOG4CPLUS_TRACE(ctx.logger, "Bound endpoint " << endpoint);
     endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor),
