@@ -12,7 +12,6 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -21,8 +20,8 @@
 #include "FreePort.h"
 #include "HostFactories.h"
 #include "RawConnections.h"
+#include "SampleIds.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
-#include "dabo/ps/DataEventFilter.h"
 
 namespace {
 
@@ -95,20 +94,7 @@ protected:
             sample->setSample_id(id);
             publisher->publish(*sample, std::chrono::milliseconds(1000));
         }
-        std::set<std::uint32_t> missing;
-        for (std::uint32_t id = first; id < first + count; ++id) {
-            missing.insert(id);
-        }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!missing.empty() && std::chrono::steady_clock::now() < deadline) {
-            std::vector<std::shared_ptr<orlo::dabo::ps::DataEvent<Sample>>> events;
-            subscriber->readDataEvents(orlo::dabo::ps::DataEventFilter<Sample>(), events, 1000,
-                                       std::chrono::milliseconds(100));
-            for (const auto& event : events) {
-                missing.erase(event->getData()->getSample_id());
-            }
-        }
-        return missing.empty();
+        return lumo::security::everySampleIdArrives(*subscriber, first, count);
     }
 
     lumo::test::CaptureLog log{"vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL};
