@@ -7,6 +7,9 @@
 //   "log LEVEL MESSAGE"    every line of the runtime's logger at WARN and above
 //   "published"            after the command "publish FIRST COUNT" on stdin
 //                          has sent COUNT samples numbered from FIRST
+//   "exhausted N"          after the command "exhaust": N files opened, until
+//                          no descriptor was left
+//   "released"             after the command "release": those files closed
 //
 // Usage: descriptorLimitedPublisher PORT DESCRIPTORS. Ends at the end of stdin.
 
@@ -14,6 +17,7 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 #include <sys/resource.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -21,6 +25,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "HostFactories.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
@@ -78,8 +83,25 @@ int main(int argc, char** argv) {
         "HokuTopicIn", std::string("krin.ps://127.0.0.1:") + argv[1] + "/security/descriptors", {}, runtime);
     printLine("ready");
 
+    std::vector<int> files;
     std::string line;
     while (std::getline(std::cin, line)) {
+        if (line == "exhaust") {
+            for (int file = ::open("/dev/null", O_RDONLY | O_CLOEXEC); file >= 0;
+                 file = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) {
+                files.push_back(file);
+            }
+            printLine("exhausted " + std::to_string(files.size()));
+            continue;
+        }
+        if (line == "release") {
+            for (const int file : files) {
+                ::close(file);
+            }
+            files.clear();
+            printLine("released");
+            continue;
+        }
         std::istringstream command(line);
         std::string word;
         std::uint32_t first = 0;

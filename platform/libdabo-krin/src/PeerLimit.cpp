@@ -1,8 +1,10 @@
 #include "PeerLimit.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <log4cplus/loggingmacros.h>
 
@@ -69,9 +71,29 @@ PeerLimit::PeerLimit(std::string boundEndpoint, long limit, log4cplus::Logger ru
     : endpoint(std::move(boundEndpoint)), port(portOf(endpoint)), maxPeers(limit), logger(std::move(runtimeLogger)) {
     const long descriptors = descriptorLimit();
     firstReserved = descriptors < 0 ? -1 : std::max(0L, descriptors - reserveFor(descriptors));
+    reserveDescriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+PeerLimit::~PeerLimit() {
+    if (reserveDescriptor >= 0) {
+        ::close(reserveDescriptor);
+    }
+}
+
+void PeerLimit::retakeReserve() {
+    if (reserveDescriptor < 0) {
+        reserveDescriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
 }
 
 bool PeerLimit::accepted(int descriptor, const std::string& peerAddress) {
+    if (reserveDescriptor < 0) {
+        // The reserve was given up for this accept, or one before it.
+        cut(descriptor, "exhausted",
+            "Refused a subscriber from " + peerAddress + " at " + endpoint +
+                ": the process's file descriptors are exhausted");
+        return false;
+    }
     if (maxPeers >= 0 && static_cast<long>(held.size()) >= maxPeers) {
         cut(descriptor, "peers",
             "Refused a subscriber from " + peerAddress + " at " + endpoint + ": it holds " +
@@ -92,7 +114,11 @@ bool PeerLimit::accepted(int descriptor, const std::string& peerAddress) {
 
 bool PeerLimit::ended(int descriptor) {
     held.erase(descriptor);
-    return cutOff.erase(descriptor) != 0;
+    const bool wasCut = cutOff.erase(descriptor) != 0;
+    // Free again unless ZeroMQ has taken it for the next waiting connection
+    // (which is then cut in turn) or has yet to close it.
+    retakeReserve();
+    return wasCut;
 }
 
 void PeerLimit::acceptFailed(int error) {
@@ -100,9 +126,18 @@ void PeerLimit::acceptFailed(int error) {
     if (error == EMFILE || error == ENFILE) {
         text += " (the file descriptors of the " + std::string(error == EMFILE ? "process" : "system") +
                 " are exhausted; the endpoint keeps serving its " + std::to_string(held.size()) +
-                " connections, and ZeroMQ retries until a descriptor is free)";
+                " connections and cuts new ones until descriptors are free again)";
     }
     warn("accept " + std::to_string(error), text);
+    if (error == EMFILE || error == ENFILE) {
+        // ZeroMQ retries at once: its next accept takes the reserve.
+        if (reserveDescriptor >= 0) {
+            ::close(reserveDescriptor);
+            reserveDescriptor = -1;
+        } else {
+            retakeReserve();
+        }
+    }
 }
 
 void PeerLimit::cut(int descriptor, const std::string& key, const std::string& reason) {

@@ -26,6 +26,12 @@ namespace orlo::dabo::krin::detail {
 ///   for the connections the runtime itself makes and for the rest of the
 ///   process, and cutting frees each descriptor again, so the accepts do not
 ///   fail.
+/// When the descriptors are taken elsewhere in the process all the same,
+/// ZeroMQ reports each failing accept: the limit then gives up a descriptor it
+/// holds in reserve from the start, so that ZeroMQ's next accept succeeds, and
+/// cuts that connection and any other accepted until it has its reserve back.
+/// The listening queue empties and ZeroMQ stops retrying, however long the
+/// descriptors stay exhausted.
 /// The peers already connected are never touched. Each condition, and each
 /// accept that fails all the same (the descriptors taken elsewhere in the
 /// process), is logged at WARN in full once, then at most once per interval
@@ -36,6 +42,9 @@ class PeerLimit {
 public:
     /// `maxPeers`: -1 for no bound but the descriptors' reserve.
     PeerLimit(std::string endpoint, long maxPeers, log4cplus::Logger logger);
+    ~PeerLimit();
+    PeerLimit(const PeerLimit&) = delete;
+    PeerLimit& operator=(const PeerLimit&) = delete;
 
     /// A connection accepted on `descriptor` from `peerAddress`; false when
     /// it was cut (shut down, so ZeroMQ closes it and reports its end).
@@ -58,6 +67,8 @@ public:
 private:
     void cut(int descriptor, const std::string& key, const std::string& reason);
     void warn(const std::string& key, const std::string& text);
+    /// Takes the reserve descriptor again if there is one free.
+    void retakeReserve();
 
     std::string endpoint;
     /// The endpoint's TCP port; -1 for other transports.
@@ -67,6 +78,9 @@ private:
     log4cplus::Logger logger;
     std::set<int> held;
     std::set<int> cutOff;
+    /// Held to be given up when an accept fails for want of descriptors; -1
+    /// while given up.
+    int reserveDescriptor;
     LogLimiter logLimiter;
 };
 
