@@ -127,6 +127,19 @@ TEST_F(SubscriberReceiveTest, TopicFrameMismatchIsReportedAndLeavesTheRestOfTheM
     EXPECT_TRUE(subscriber->read(0).empty());
 }
 
+TEST_F(SubscriberReceiveTest, SameBadMessageSentAgainAndAgainIsReportedOnceWithinTheInterval) {
+    lumo::test::CaptureLog log("vexa.dabo.krin.subscriber");
+    for (int n = 0; n < 200; ++n) {
+        peer.send({topicFrame, std::string("\xff\xff\xff\xff", 4), refPosPayload(77)});
+    }
+    EXPECT_TRUE(receivedBeforeNextGoodMessage().empty());
+    // The rest are counted, and their count is told with the next line about
+    // them once the interval (10 s) has passed.
+    EXPECT_EQ(log.errors(),
+              std::vector<std::string>{failurePrefix + "Parsing krinHeader failed for KrinSubscriber socket:" + id});
+    EXPECT_TRUE(subscriber->read(0).empty());
+}
+
 TEST_F(SubscriberReceiveTest, HeaderThatDoesNotParseIsReportedAndItsPayloadDiscarded) {
     lumo::test::CaptureLog log("vexa.dabo.krin.subscriber");
     lumo::test::CaptureLog runtimeLog("vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL);

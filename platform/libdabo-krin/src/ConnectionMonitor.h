@@ -11,7 +11,7 @@
 #include <string>
 #include <zmq.hpp>
 
-#include "LogLimiter.h"
+#include "dabo/krin/detail/LogLimiter.h"
 #include "PeerLimit.h"
 
 namespace orlo::dabo::krin::detail {

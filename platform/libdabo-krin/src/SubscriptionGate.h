@@ -7,7 +7,7 @@
 #include <string>
 #include <zmq.hpp>
 
-#include "LogLimiter.h"
+#include "dabo/krin/detail/LogLimiter.h"
 
 namespace orlo::dabo::krin::detail {
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "dabo/krin/detail/LogLimiter.h"
 #include "dabo/krin/detail/ps/subscriberLifecycleFwd.h"
 #include "dabo/ps/queue/MapMrvSubscriber.h"
 
@@ -40,6 +41,9 @@ protected:
     std::uint32_t dataEntityTypeHash;
     std::shared_ptr<zmq::socket_t> socket;
     log4cplus::Logger logger;
+    /// Bad messages already reported, on the runtime's thread: a repeated one is
+    /// logged once per interval with its count.
+    LogLimiter receiveFailures;
     bool disableTypeHashCheck;
 
 private:

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "dabo/krin/detail/LogLimiter.h"
 #include "dabo/krin/detail/ps/subscriberLifecycleFwd.h"
 #include "dabo/ps/queue/QueuedSubscriber.h"
 
@@ -50,6 +51,9 @@ protected:
     /// Set by REGISTERED on the runtime's thread; kept after close.
     std::shared_ptr<zmq::socket_t> socket;
     log4cplus::Logger logger;
+    /// Bad messages already reported, on the runtime's thread: a repeated one is
+    /// logged once per interval with its count.
+    LogLimiter receiveFailures;
     /// Set only by the destructor: close must then neither wait nor reach shared_from_this().
     std::atomic<bool> destroying;
     /// Hands a received trace context to a traceable sample. Nothing in the

@@ -47,7 +47,7 @@ TopicIdentity identifyTopic(const std::string& uri) {
 }
 
 FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const SubscriberKind& kind,
-                            const log4cplus::Logger& logger, ReceivedFrames& frames) {
+                            const log4cplus::Logger& logger, LogLimiter& repeats, ReceivedFrames& frames) {
     using orlo::dabo::krin::detail::readFrame;
     using orlo::dabo::krin::detail::requireMoreFrames;
     using orlo::dabo::util::hexStr;
@@ -60,9 +60,12 @@ FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, 
     if (topicFrame != expected.topicIdFrame) {
         // The rest of this message stays in the socket: the following events
         // read its frames as topic frames, mismatch again, and so use them up.
-        if (kind.reportTopicMismatch) {
+        unsigned long heldBack = 0;
+        if (kind.reportTopicMismatch &&
+            repeats.admit("mismatch " + topicFrame, LogLimiter::Clock::now(), heldBack)) {
             LOG4CPLUS_ERROR(logger, "Topic Id mismatch on received frame, expected: "
-                                        << hexStr(expected.topicIdFrame) << " received: " << hexStr(topicFrame));
+                                        << hexStr(expected.topicIdFrame) << " received: " << hexStr(topicFrame)
+                                        << LogLimiter::heldBackNote(heldBack));
         }
         return FramesOutcome::TopicMismatch;
     }
@@ -114,9 +117,12 @@ void throwPayloadRefused(const SubscriberKind& kind, const std::string& topicIdF
     throwParseFailure("krinDataEntity", kind, topicIdFrame);
 }
 
-void reportFailureAndDiscard(const log4cplus::Logger& logger, const std::exception& failure,
+void reportFailureAndDiscard(const log4cplus::Logger& logger, LogLimiter& repeats, const std::exception& failure,
                              zmq::socket_t& socket) {
-    LOG4CPLUS_ERROR(logger, failurePrefix << failure.what());
+    unsigned long heldBack = 0;
+    if (repeats.admit(failure.what(), LogLimiter::Clock::now(), heldBack)) {
+        LOG4CPLUS_ERROR(logger, failurePrefix << failure.what() << LogLimiter::heldBackNote(heldBack));
+    }
     orlo::dabo::krin::detail::discardFrames(socket);
 }
 

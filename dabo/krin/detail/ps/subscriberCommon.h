@@ -8,6 +8,7 @@
 #include <zmq.hpp>
 
 #include "dabo/Dabo.h"
+#include "dabo/krin/detail/LogLimiter.h"
 #include "krin.pb.h"
 
 // The parts of both subscribers that do not depend on the topic type: the
@@ -79,8 +80,10 @@ enum class FramesOutcome {
 /// header, type hash, payload. A failure to read or a bad header or type
 /// throws std::exception; the caller's handler reports it and discards the
 /// rest of the message.
+/// `repeats`: the subscriber's own, so that a peer that sends the same bad
+/// message again and again yields one line per interval with the count.
 FramesOutcome receiveFrames(zmq::socket_t& socket, const Expectation& expected, const SubscriberKind& kind,
-                            const log4cplus::Logger& logger, ReceivedFrames& frames);
+                            const log4cplus::Logger& logger, LogLimiter& repeats, ReceivedFrames& frames);
 
 /// The logger of both kinds, "vexa.dabo.krin.subscriber".
 log4cplus::Logger subscriberLogger();
@@ -101,8 +104,9 @@ void warnNotReady(const log4cplus::Logger& logger);
 [[noreturn]] void throwPayloadRefused(const SubscriberKind& kind, const std::string& topicIdFrame);
 
 /// The handler of a receive path: ERROR "Failed to process message. msg:" with
-/// the failure's text, then drops what is left of the message.
-void reportFailureAndDiscard(const log4cplus::Logger& logger, const std::exception& failure,
+/// the failure's text (the same text again only once per interval of
+/// `repeats`, with the count held back), then drops what is left of the message.
+void reportFailureAndDiscard(const log4cplus::Logger& logger, LogLimiter& repeats, const std::exception& failure,
                              zmq::socket_t& socket);
 
 /// Text of a header whose type hash is not the subscriber's; both numbers as

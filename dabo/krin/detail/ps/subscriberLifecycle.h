@@ -124,7 +124,8 @@ struct SubscriberLifecycle {
             subscriberCommon::ReceivedFrames frames;
             const subscriberCommon::Expectation expected{subscriber.topicIdFrame, subscriber.dataEntityTypeHash,
                                                          subscriber.disableTypeHashCheck};
-            if (subscriberCommon::receiveFrames(*subscriber.socket, expected, kind, subscriber.logger, frames) !=
+            if (subscriberCommon::receiveFrames(*subscriber.socket, expected, kind, subscriber.logger,
+                                                subscriber.receiveFailures, frames) !=
                 subscriberCommon::FramesOutcome::Complete) {
                 return;
             }
@@ -134,7 +135,8 @@ struct SubscriberLifecycle {
             }
             subscriber.deliver(std::move(entity), frames.header);
         } catch (const std::exception& failure) {
-            subscriberCommon::reportFailureAndDiscard(subscriber.logger, failure, *subscriber.socket);
+            subscriberCommon::reportFailureAndDiscard(subscriber.logger, subscriber.receiveFailures, failure,
+                                                      *subscriber.socket);
         }
     }
 };

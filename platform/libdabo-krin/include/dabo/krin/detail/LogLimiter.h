@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <iterator>
 #include <string>
 #include <unordered_map>
 
@@ -10,6 +11,8 @@ namespace orlo::dabo::krin::detail {
 /// Keeps a peer that repeats the same fault from flooding the log: the first
 /// occurrence of each key is written in full, then at most one line per
 /// interval, which tells how many occurrences were held back meanwhile.
+/// Used by the runtime and by the plug-in's subscribers, each on one thread:
+/// it takes no lock.
 class LogLimiter {
 public:
     using Clock = std::chrono::steady_clock;
@@ -22,7 +25,25 @@ public:
 
     /// Whether to write a line about `key` now. `heldBack` becomes the number
     /// of occurrences not written since the last line about it.
-    bool admit(const std::string& key, Clock::time_point now, unsigned long& heldBack);
+    bool admit(const std::string& key, Clock::time_point now, unsigned long& heldBack) {
+        auto found = entries.find(key);
+        if (found == entries.end()) {
+            if (entries.size() >= maxKeys) {
+                forgetQuietKeys(now);
+            }
+            entries.emplace(key, Entry{now, 0});
+            heldBack = 0;
+            return true;
+        }
+        Entry& entry = found->second;
+        if (now - entry.lastWritten < interval) {
+            ++entry.heldBack;
+            return false;
+        }
+        heldBack = entry.heldBack;
+        entry = Entry{now, 0};
+        return true;
+    }
     bool admit(const std::string& key, Clock::time_point now) {
         unsigned long heldBack = 0;
         return admit(key, now, heldBack);
@@ -41,7 +62,15 @@ private:
         unsigned long heldBack = 0;
     };
 
-    void forgetQuietKeys(Clock::time_point now);
+    void forgetQuietKeys(Clock::time_point now) {
+        for (auto it = entries.begin(); it != entries.end();) {
+            it = now - it->second.lastWritten >= interval ? entries.erase(it) : std::next(it);
+        }
+        if (entries.size() >= maxKeys) {
+            // Every key is busy: starting afresh costs one more full line each.
+            entries.clear();
+        }
+    }
 
     std::chrono::milliseconds interval;
     std::unordered_map<std::string, Entry> entries;
