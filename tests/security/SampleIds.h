@@ -1,7 +1,8 @@
 #pragma once
 
-// Reading HokuTopicIn samples numbered by sample_id until each one expected
-// has arrived: what the security tests check of a well-behaved subscriber.
+// HokuTopicIn samples numbered by sample_id, published and read until each
+// one expected has arrived: what the security tests check of a well-behaved
+// subscriber.
 
 #include <chrono>
 #include <cstdint>
@@ -10,10 +11,24 @@
 #include <vector>
 
 #include "dabo/ps/DataEventFilter.h"
+#include "dabo/ps/Publisher.h"
 #include "dabo/ps/Subscriber.h"
 #include "lumotypes/Lumotypes.h"
 
 namespace lumo::security {
+
+/// Publishes the samples numbered `first` to `first + count - 1`.
+inline void publishSampleIds(orlo::dabo::ps::Publisher<lumotypes::HokuTopicIn>& publisher, std::uint32_t first,
+                             std::uint32_t count) {
+    auto sample = publisher.createDataEntity();
+    sample->setQuality(true);
+    sample->setSim(false);
+    sample->setTimestamp_utc(1.0);
+    for (std::uint32_t id = first; id < first + count; ++id) {
+        sample->setSample_id(id);
+        publisher.publish(*sample, std::chrono::milliseconds(1000));
+    }
+}
 
 /// Reads until the samples numbered `first` to `first + count - 1` have all
 /// arrived; false if any is missing after 30 s.

@@ -90,6 +90,18 @@ protected:
         }
     }
 
+    /// Whether a subscriber of a runtime of its own joins the endpoint (its
+    /// second) and receives what is published next.
+    bool newSubscriberIsTakenAndReceives() {
+        const Runtime another = KrinDabo::create({});
+        auto late = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, another);
+        const bool received = !linesUntil("subscribers 2").empty() && publisher.send("publish 500 100") &&
+                              !linesUntil("published").empty() &&
+                              lumo::security::everySampleIdArrives(*late, 500, 100);
+        late->close();
+        return received;
+    }
+
     const int port = lumo::test::freePort();
     ChildProcess publisher{{LUMO_DESCRIPTOR_LIMITED_PUBLISHER_PATH, std::to_string(port), std::to_string(descriptors)}};
 };
@@ -139,13 +151,7 @@ TEST_F(DescriptorExhaustionTest, FloodBeyondTheDescriptorsNeitherSpinsNorStarves
 
     // Once the flood is gone, a new subscriber is taken and served.
     idle.closeAll();
-    const Runtime another = KrinDabo::create({});
-    auto late = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, another);
-    ASSERT_FALSE(linesUntil("subscribers 2").empty());
-    ASSERT_TRUE(publisher.send("publish 500 100"));
-    ASSERT_FALSE(linesUntil("published").empty());
-    EXPECT_TRUE(lumo::security::everySampleIdArrives(*late, 500, 100));
-    late->close();
+    EXPECT_TRUE(newSubscriberIsTakenAndReceives());
     subscriber->close();
 }
 
@@ -178,13 +184,7 @@ TEST_F(DescriptorExhaustionTest, AcceptsFailingForDescriptorsTakenElsewhereAreSa
     ASSERT_TRUE(publisher.send("release"));
     ASSERT_FALSE(linesUntil("released").empty());
     idle.closeAll();
-    const Runtime another = KrinDabo::create({});
-    auto late = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, another);
-    ASSERT_FALSE(linesUntil("subscribers 2").empty());
-    ASSERT_TRUE(publisher.send("publish 500 100"));
-    ASSERT_FALSE(linesUntil("published").empty());
-    EXPECT_TRUE(lumo::security::everySampleIdArrives(*late, 500, 100));
-    late->close();
+    EXPECT_TRUE(newSubscriberIsTakenAndReceives());
     subscriber->close();
 }
 

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "HostFactories.h"
+#include "SampleIds.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
 #include "lumotypes/Lumotypes.h"
 
@@ -107,14 +108,7 @@ int main(int argc, char** argv) {
         std::uint32_t first = 0;
         std::uint32_t count = 0;
         if (command >> word >> first >> count && word == "publish") {
-            auto sample = publisher->createDataEntity();
-            sample->setQuality(true);
-            sample->setSim(false);
-            sample->setTimestamp_utc(1.0);
-            for (std::uint32_t id = first; id < first + count; ++id) {
-                sample->setSample_id(id);
-                publisher->publish(*sample, std::chrono::milliseconds(1000));
-            }
+            lumo::security::publishSampleIds(*publisher, first, count);
             printLine("published");
         }
     }

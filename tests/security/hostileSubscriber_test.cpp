@@ -86,14 +86,7 @@ protected:
     /// Publishes `count` samples numbered from `first` and reads until each
     /// has arrived; false if any is missing after the wait.
     bool everySampleArrives(std::uint32_t first, std::uint32_t count) {
-        auto sample = publisher->createDataEntity();
-        sample->setQuality(true);
-        sample->setSim(false);
-        sample->setTimestamp_utc(1.0);
-        for (std::uint32_t id = first; id < first + count; ++id) {
-            sample->setSample_id(id);
-            publisher->publish(*sample, std::chrono::milliseconds(1000));
-        }
+        lumo::security::publishSampleIds(*publisher, first, count);
         return lumo::security::everySampleIdArrives(*subscriber, first, count);
     }
 
