@@ -16,6 +16,8 @@ const std::vector<PropertyInfo>& knownProperties() {
         {maxMessageSize, "runtime", "67108864 (64 MiB)",
          "largest message a subscriber's socket accepts from another process, in bytes; -1 for no limit. A "
          "publishing endpoint takes no message above 512 bytes from its subscribers whatever the value"},
+        {maxPeersPerEndpoint, "runtime", "1000",
+         "most connections one publishing endpoint holds; a connection beyond is cut as soon as it is accepted, and so is one that would leave the process fewer than an eighth (at least 16) of its file descriptors; -1 for no limit but that reserve"},
         {curveServerSecretKey, "runtime", "none",
          "secret key (Z85, 40 characters) of a publishing runtime's endpoints; makes them CURVE servers"},
         {curveServerPublicKey, "runtime", "none",
@@ -42,6 +44,7 @@ std::vector<std::string> checkProperties(const orlo::dabo::Dabo::Properties& giv
     // The same readers, with the same messages, as the runtime and the factories use.
     orlo::dabo::util::getLongProperty(given, highWaterMark, 0);
     orlo::dabo::util::getLongProperty(given, maxMessageSize, 64L * 1024 * 1024);
+    orlo::dabo::util::getLongProperty(given, maxPeersPerEndpoint, 1000);
     orlo::dabo::util::getLongProperty(given, slowJoinerDelayMs, 0);
     booleanValue(given, disableTypeHashCheck, false);
     std::vector<std::string> unread;

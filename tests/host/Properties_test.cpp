@@ -60,7 +60,8 @@ TEST(Properties, RegistryHoldsEveryNamedConstantOnce) {
         keys.push_back(property.key);
     }
     for (const char* key : {properties::slowJoinerDelayMs, properties::disableTypeHashCheck,
-                            properties::highWaterMark, properties::maxMessageSize, properties::curveServerSecretKey,
+                            properties::highWaterMark, properties::maxMessageSize, properties::maxPeersPerEndpoint,
+                            properties::curveServerSecretKey,
                             properties::curveServerPublicKey, properties::curvePublicKey, properties::curveSecretKey,
                             properties::curveAuthorizedKeys, properties::metricsAddress}) {
         EXPECT_EQ(std::count(keys.begin(), keys.end(), key), 1) << key;

@@ -121,6 +121,11 @@ TEST(FactoryInputTest, RuntimeRefusesPropertyValuesOfTheWrongKindWithoutRepeatin
               "for no limit)");
     EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.maxMessageSize", "big"}}); }),
               "Property krin.runtime.maxMessageSize has value 'big', which is not an integer");
+    EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.maxPeersPerEndpoint", "0"}}); }),
+              "Property krin.runtime.maxPeersPerEndpoint has value '0', which is not a number of connections (above "
+              "0, or -1 for no limit)");
+    EXPECT_EQ(refusal([] { lumotypes::host::createRuntime({{"krin.runtime.maxPeersPerEndpoint", "many"}}); }),
+              "Property krin.runtime.maxPeersPerEndpoint has value 'many', which is not an integer");
     const std::string secret = "not-a-key-but-secret";
     const std::string text = refusal([&] { lumotypes::host::createRuntime({{"krin.runtime.curve.serverSecretKey", secret}}); });
     EXPECT_EQ(text,

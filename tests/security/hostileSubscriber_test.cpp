@@ -12,7 +12,6 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,8 +19,9 @@
 #include "ChildProcess.h"
 #include "FreePort.h"
 #include "HostFactories.h"
+#include "RawConnections.h"
+#include "SampleIds.h"
 #include "dabo/krin/detail/KrinDaboTestHooks.h"
-#include "dabo/ps/DataEventFilter.h"
 
 namespace {
 
@@ -49,12 +49,14 @@ protected:
             }
             joinsChanged.notify_all();
         };
-        publishing = KrinDaboTesting::create({}, hooks);
+        publishing = KrinDaboTesting::create(publishingProperties(), hooks);
         publisher = lumo::security::publisherOf<Sample>("HokuTopicIn", uri(), {}, publishing);
         subscribing = KrinDabo::create({});
         subscriber = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, subscribing);
         ASSERT_TRUE(awaitJoins(1));
     }
+
+    virtual orlo::dabo::Dabo::Properties publishingProperties() const { return {}; }
 
     void TearDown() override {
         subscriber->close();
@@ -84,28 +86,8 @@ protected:
     /// Publishes `count` samples numbered from `first` and reads until each
     /// has arrived; false if any is missing after the wait.
     bool everySampleArrives(std::uint32_t first, std::uint32_t count) {
-        auto sample = publisher->createDataEntity();
-        sample->setQuality(true);
-        sample->setSim(false);
-        sample->setTimestamp_utc(1.0);
-        for (std::uint32_t id = first; id < first + count; ++id) {
-            sample->setSample_id(id);
-            publisher->publish(*sample, std::chrono::milliseconds(1000));
-        }
-        std::set<std::uint32_t> missing;
-        for (std::uint32_t id = first; id < first + count; ++id) {
-            missing.insert(id);
-        }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!missing.empty() && std::chrono::steady_clock::now() < deadline) {
-            std::vector<std::shared_ptr<orlo::dabo::ps::DataEvent<Sample>>> events;
-            subscriber->readDataEvents(orlo::dabo::ps::DataEventFilter<Sample>(), events, 1000,
-                                       std::chrono::milliseconds(100));
-            for (const auto& event : events) {
-                missing.erase(event->getData()->getSample_id());
-            }
-        }
-        return missing.empty();
+        lumo::security::publishSampleIds(*publisher, first, count);
+        return lumo::security::everySampleIdArrives(*subscriber, first, count);
     }
 
     lumo::test::CaptureLog log{"vexa.dabo.krin.runtime", log4cplus::WARN_LOG_LEVEL};
@@ -193,6 +175,43 @@ TEST_F(HostileSubscriberTest, IdleConnectionsCostTheirBoundInPublisherMemory) {
     std::cout << "[hostile] " << peers << " idle subscribers: " << perPeerBytes
               << " bytes of publisher resident memory per connected peer" << std::endl;
     EXPECT_LT(perPeerBytes, 64 * 1024);
+}
+
+/// The same endpoint with a bound on its connections.
+class PeerLimitTest : public HostileSubscriberTest {
+protected:
+    static constexpr int maxPeers = 10;
+
+    orlo::dabo::Dabo::Properties publishingProperties() const override {
+        return {{"krin.runtime.maxPeersPerEndpoint", std::to_string(maxPeers)}};
+    }
+};
+
+constexpr int PeerLimitTest::maxPeers;
+
+TEST_F(PeerLimitTest, ConnectionsBeyondTheLimitAreCutWhileTheSubscriberGoesOnReceivingAndALateOneIsTakenOnceTheyGo) {
+    constexpr int flood = 40;
+    // The well-behaved subscriber holds one of the places.
+    constexpr int kept = maxPeers - 1;
+    lumo::security::RawConnections idle(std::stoi(port), flood);
+    ASSERT_EQ(idle.opened(), flood);
+    EXPECT_EQ(idle.awaitClosedByPeer(flood - kept, std::chrono::seconds(30)), flood - kept);
+    EXPECT_TRUE(everySampleArrives(0, 500));
+
+    // Said once, in full; the other refusals are held back.
+    const auto refusals = log.messagesContaining(log4cplus::WARN_LOG_LEVEL, "the most krin.runtime.maxPeersPerEndpoint");
+    ASSERT_EQ(refusals.size(), 1u);
+    EXPECT_NE(refusals[0].find("Refused a subscriber from 127.0.0.1:"), std::string::npos) << refusals[0];
+    EXPECT_NE(refusals[0].find("at " + endpoint() + ": it holds 10 connections"), std::string::npos) << refusals[0];
+    // A connection cut for the limit is not reported again as dropped.
+    EXPECT_TRUE(log.messagesContaining(log4cplus::WARN_LOG_LEVEL, " dropped: ").empty());
+    EXPECT_EQ(idle.closedByPeer(), flood - kept);
+
+    idle.closeAll();
+    const Runtime another = KrinDabo::create({});
+    auto late = lumo::security::subscriberOf<Sample>("HokuTopicIn", uri(), {}, another);
+    EXPECT_TRUE(awaitJoins(2));
+    late->close();
 }
 
 }  // namespace

@@ -56,6 +56,7 @@ public:
     }
 
     bool started() const { return pid > 0; }
+    pid_t processId() const { return pid; }
     bool running() const { return pid > 0 && !reaped; }
 
     /// The next line on the process's stdout, or "" when none comes within `limit`.

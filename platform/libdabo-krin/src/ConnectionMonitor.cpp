@@ -9,6 +9,8 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "RuntimeLogger.h"
@@ -21,6 +23,8 @@ constexpr int failedHandshakeEvents =
     ZMQ_EVENT_HANDSHAKE_FAILED_NO_DETAIL | ZMQ_EVENT_HANDSHAKE_FAILED_PROTOCOL | ZMQ_EVENT_HANDSHAKE_FAILED_AUTH;
 constexpr int watchedEvents = ZMQ_EVENT_ACCEPTED | ZMQ_EVENT_CONNECTED | ZMQ_EVENT_HANDSHAKE_SUCCEEDED |
                               ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED | failedHandshakeEvents;
+/// Only a bound socket accepts.
+constexpr int watchedPublishingEvents = watchedEvents | ZMQ_EVENT_ACCEPT_FAILED;
 
 /// How long a dropped subscribing connection waits for ZeroMQ to announce
 /// that it reconnects by itself (it does so within the same turn of its I/O
@@ -44,6 +48,15 @@ std::string peerAddressOf(int descriptor) {
     return address.ss_family == AF_INET6 ? std::string("[") + host + "]:" + port : std::string(host) + ":" + port;
 }
 
+/// The host of an "IP:PORT" or "[IPv6]:PORT" address: a flood comes from one
+/// host through many ports.
+std::string hostOf(const std::string& peerAddress) {
+    const auto colon = peerAddress.rfind(':');
+    return colon == std::string::npos || peerAddress.find(']', colon) != std::string::npos
+               ? peerAddress
+               : peerAddress.substr(0, colon);
+}
+
 // Bounds the work of one turn of the runtime's loop, as for its other sockets.
 constexpr int maxEventsPerTurn = 256;
 
@@ -64,7 +77,8 @@ ConnectionMonitor::ConnectionMonitor(zmq::context_t& context, zmq::socket_t& wat
       logger(runtimeLogger()),
       monitor(context, zmq::socket_type::pair) {
     const std::string address = newMonitorEndpoint();
-    if (zmq_socket_monitor(watched.handle(), address.c_str(), watchedEvents) != 0) {
+    const int events = side == Side::Publishing ? watchedPublishingEvents : watchedEvents;
+    if (zmq_socket_monitor(watched.handle(), address.c_str(), events) != 0) {
         throw zmq::error_t();
     }
     monitor.set(zmq::sockopt::linger, 0);
@@ -73,8 +87,39 @@ ConnectionMonitor::ConnectionMonitor(zmq::context_t& context, zmq::socket_t& wat
 
 ConnectionMonitor::~ConnectionMonitor() {
     countConnections(ZMQ_EVENT_MONITOR_STOPPED);
-    zmq_socket_monitor(watched.handle(), nullptr, 0);
+    if (side == Side::Publishing) {
+        stopWatching();
+    } else {
+        zmq_socket_monitor(watched.handle(), nullptr, 0);
+    }
     monitor.close();
+}
+
+void ConnectionMonitor::stopWatching() {
+    // ZeroMQ writes each event under the lock that stopping the monitor
+    // takes, and waits for room when the monitor's queue is full. A failing
+    // accept is retried, and reported, in a tight loop: the queue is drained
+    // meanwhile, or both threads would wait for each other for ever.
+    std::atomic<bool> stopped{false};
+    std::thread drain;
+    try {
+        drain = std::thread([this, &stopped] {
+            while (!stopped) {
+                zmq::pollitem_t item{monitor.handle(), 0, ZMQ_POLLIN, 0};
+                if (zmq::poll(&item, 1, std::chrono::milliseconds(10)) > 0) {
+                    zmq::message_t event;
+                    (void)monitor.recv(event, zmq::recv_flags::dontwait);
+                }
+            }
+        });
+    } catch (const std::system_error&) {
+        // No thread to spare: stopped without, as on the subscribing side.
+    }
+    zmq_socket_monitor(watched.handle(), nullptr, 0);
+    stopped = true;
+    if (drain.joinable()) {
+        drain.join();
+    }
 }
 
 void ConnectionMonitor::serve() {
@@ -101,7 +146,15 @@ void ConnectionMonitor::serve() {
         const int descriptor = static_cast<int>(value);
         if (number == ZMQ_EVENT_ACCEPTED) {
             // Asked now, while the descriptor is still this connection's.
-            peers[descriptor] = peerAddressOf(descriptor);
+            const std::string address = peerAddressOf(descriptor);
+            peers[descriptor] = address;
+            if (peerLimit) {
+                peerLimit->accepted(descriptor, address);
+            }
+        } else if (number == ZMQ_EVENT_ACCEPT_FAILED) {
+            if (peerLimit) {
+                peerLimit->acceptFailed(static_cast<int>(value));
+            }
         } else if (number == ZMQ_EVENT_CONNECTED) {
             handshakeCompleted = false;
         } else if (number == ZMQ_EVENT_HANDSHAKE_SUCCEEDED) {
@@ -114,6 +167,14 @@ void ConnectionMonitor::serve() {
             const std::string address = peer != peers.end() ? peer->second : "an unknown address";
             if (peer != peers.end()) {
                 peers.erase(peer);
+            }
+            if (peerLimit && peerLimit->ended(descriptor)) {
+                // Cut for the peer limit, and said so then. A connection cut
+                // during its handshake has had that reported just before.
+                if (!failedHandshakes.empty()) {
+                    failedHandshakes.pop_front();
+                }
+                continue;
             }
             disconnected(address);
         } else if ((number & failedHandshakeEvents) != 0) {
@@ -152,10 +213,13 @@ void ConnectionMonitor::disconnected(const std::string& peerAddress) {
         // peer's address, on the side that refused it.
         const std::string reason = failedHandshakes.front();
         failedHandshakes.pop_front();
+        unsigned long heldBack = 0;
         if (side == Side::Publishing && !reason.empty() &&
-            logLimiter.admit("handshake " + peerAddress + reason, std::chrono::steady_clock::now())) {
+            logLimiter.admit("handshake " + hostOf(peerAddress) + reason, std::chrono::steady_clock::now(),
+                             heldBack)) {
             LOG4CPLUS_WARN(logger, "Handshake of a subscriber from " << peerAddress << " at " << endpoint
-                                                                     << " failed: " << reason);
+                                                                     << " failed: " << reason
+                                                                     << LogLimiter::heldBackNote(heldBack));
         }
         return;
     }
@@ -207,12 +271,15 @@ void ConnectionMonitor::handshakeFailed(std::uint16_t event, std::uint32_t value
 
 void ConnectionMonitor::dropped(const std::string& peerAddress) {
     if (side == Side::Publishing) {
-        // Subscribers come and go; a line per peer and interval at most.
-        if (logLimiter.admit(peerAddress, std::chrono::steady_clock::now())) {
+        // Subscribers come and go, one host's through many ports: a line
+        // per host and interval at most.
+        unsigned long heldBack = 0;
+        if (logLimiter.admit(hostOf(peerAddress), std::chrono::steady_clock::now(), heldBack)) {
             LOG4CPLUS_WARN(logger, "Connection of a subscriber from " << peerAddress << " at " << endpoint
                                                                       << " dropped: a subscription above "
                                                                       << maxMessageSize
-                                                                      << " bytes, or the peer went away");
+                                                                      << " bytes, or the peer went away"
+                                                                      << LogLimiter::heldBackNote(heldBack));
         }
         return;
     }

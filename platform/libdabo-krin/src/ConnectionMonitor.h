@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <zmq.hpp>
 
-#include "LogLimiter.h"
+#include "PeerLimit.h"
 #include "RuntimeCounters.h"
+#include "dabo/krin/detail/LogLimiter.h"
 
 namespace orlo::dabo::krin::detail {
 
@@ -36,6 +38,10 @@ namespace orlo::dabo::krin::detail {
 /// therefore connects it afresh; a peer that went away is then reconnected to
 /// as ZeroMQ would have done, once it is back.
 ///
+/// An XPUB's monitor also holds the endpoint to its PeerLimit: it cuts a
+/// connection beyond the bound as soon as it is reported accepted, and says
+/// so instead of reporting its end, and it reports the accepts that fail.
+///
 /// The monitor is a PAIR socket served on the runtime's thread, like the
 /// watched socket itself.
 class ConnectionMonitor {
@@ -50,6 +56,9 @@ public:
     /// `maxMessageSize`: the limit of the watched socket, for the log lines.
     ConnectionMonitor(zmq::context_t& context, zmq::socket_t& watched, Side side, std::string endpoint,
                       long maxMessageSize);
+    /// Bounds the connections of a publishing endpoint from now on.
+    void limitPeers(std::unique_ptr<PeerLimit> limit) { peerLimit = std::move(limit); }
+
     /// Stops watching; the watched socket must still be open.
     ~ConnectionMonitor();
     ConnectionMonitor(const ConnectionMonitor&) = delete;
@@ -77,6 +86,7 @@ private:
     void dropped(const std::string& peerAddress);
     /// Keeps the count of open connections up to date after an event.
     void countConnections(std::uint16_t event);
+    void stopWatching();
 
     zmq::socket_t& watched;
     Side side;
@@ -92,6 +102,7 @@ private:
     /// The peer address of each accepted connection, by its descriptor.
     std::map<int, std::string> peers;
     LogLimiter logLimiter;
+    std::unique_ptr<PeerLimit> peerLimit;
     /// Set when a subscribing connection dropped; cleared when ZeroMQ
     /// announces its own reconnection.
     std::optional<std::chrono::steady_clock::time_point> reconnectDue;

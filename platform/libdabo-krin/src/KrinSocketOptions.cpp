@@ -13,10 +13,12 @@ namespace orlo::dabo::krin::detail {
 
 constexpr long KrinSocketOptions::defaultMaxMessageSize;
 constexpr long KrinSocketOptions::longestSubscriptionMessage;
+constexpr long KrinSocketOptions::defaultMaxPeersPerEndpoint;
 
 namespace {
 
 const char* const maxMessageSizeProperty = "krin.runtime.maxMessageSize";
+const char* const maxPeersPerEndpointProperty = "krin.runtime.maxPeersPerEndpoint";
 const char* const serverSecretKeyProperty = "krin.runtime.curve.serverSecretKey";
 const char* const serverPublicKeyProperty = "krin.runtime.curve.serverPublicKey";
 const char* const publicKeyProperty = "krin.runtime.curve.publicKey";
@@ -91,6 +93,13 @@ KrinSocketOptions::KrinSocketOptions(const orlo::dabo::Dabo::Properties& propert
     if (maxMessageSize < -1 || maxMessageSize == 0) {
         refuse(std::string("Property ") + maxMessageSizeProperty + " has value '" + std::to_string(maxMessageSize) +
                "', which is not a message size (bytes above 0, or -1 for no limit)");
+    }
+    maxPeersPerEndpoint =
+        orlo::dabo::util::getLongProperty(properties, maxPeersPerEndpointProperty, defaultMaxPeersPerEndpoint);
+    if (maxPeersPerEndpoint < -1 || maxPeersPerEndpoint == 0) {
+        refuse(std::string("Property ") + maxPeersPerEndpointProperty + " has value '" +
+               std::to_string(maxPeersPerEndpoint) + "', which is not a number of connections (above 0, or -1 for "
+               "no limit)");
     }
     serverSecretKey = keyProperty(properties, serverSecretKeyProperty);
     serverPublicKey = keyProperty(properties, serverPublicKeyProperty);

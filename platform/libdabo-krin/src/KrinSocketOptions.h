@@ -17,6 +17,9 @@ namespace orlo::dabo::krin::detail {
 ///   the message is stored, so a hostile peer cannot exhaust memory. Absent:
 ///   64 MiB; -1: no limit. The XPUBs receive subscriptions only, and take
 ///   none above longestSubscriptionMessage whatever the property says.
+/// - "krin.runtime.maxPeersPerEndpoint": the most connections that one
+///   publishing endpoint holds (PeerLimit.h). Absent: 1000; -1: no bound
+///   but the reserve of file descriptors that PeerLimit keeps.
 /// - CURVE, off unless keys are given (Z85 text, 40 characters each):
 ///   "krin.runtime.curve.serverSecretKey" makes every XPUB bound by this
 ///   runtime a CURVE server; "krin.runtime.curve.serverPublicKey" makes every
@@ -48,11 +51,15 @@ public:
 
     /// -1 for no limit.
     long messageSizeLimit() const { return maxMessageSize; }
+    static constexpr long defaultMaxPeersPerEndpoint = 1000;
+    /// The most connections one XPUB holds; -1 for no bound.
+    long peersPerEndpointLimit() const { return maxPeersPerEndpoint; }
     /// The largest message an XPUB of this runtime takes from a subscriber.
     long subscriptionSizeLimit() const;
 
 private:
     long maxMessageSize = -1;
+    long maxPeersPerEndpoint = defaultMaxPeersPerEndpoint;
     std::string serverSecretKey;
     std::string serverPublicKey;
     std::string clientPublicKey;

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "LogLimiter.h"
+#include "dabo/krin/detail/LogLimiter.h"
 
 namespace orlo::dabo::krin::detail {
 

@@ -7,6 +7,7 @@
 
 #include "BindRetries.h"
 #include "DealerForwarding.h"
+#include "PeerLimit.h"
 #include "PollSet.h"
 #include "SocketSetup.h"
 #include "dabo/krin/detail/RuntimeSeam.h"
@@ -35,6 +36,8 @@ void PublishingEndpoints::bind(const std::string& endpoint) {
                                                        endpoint, ctx.socketOptions.subscriptionSizeLimit());
     EndpointCounters& counters = ctx.metrics.endpoint(endpoint);
     monitor->countInto(counters.connections);
+    monitor->limitPeers(
+        std::make_unique<PeerLimit>(endpoint, ctx.socketOptions.peersPerEndpointLimit(), ctx.logger));
     xpub->bind(endpoint);
     LOG4CPLUS_TRACE(ctx.logger, "Bound endpoint " << endpoint);
     auto gate = std::make_unique<SubscriptionGate>(endpoint, ctx.seam, ctx.logger);

@@ -7,8 +7,8 @@
 #include <string>
 #include <zmq.hpp>
 
-#include "LogLimiter.h"
 #include "RuntimeCounters.h"
+#include "dabo/krin/detail/LogLimiter.h"
 
 namespace orlo::dabo::krin::detail {
 

@@ -19,6 +19,8 @@ constexpr const char* disableTypeHashCheck = "krin.ps.disableTypeHashCheck";
 constexpr const char* highWaterMark = "krin.runtime.highWaterMark";
 /// The largest message a socket accepts from another process, in bytes.
 constexpr const char* maxMessageSize = "krin.runtime.maxMessageSize";
+/// The most connections one publishing endpoint holds.
+constexpr const char* maxPeersPerEndpoint = "krin.runtime.maxPeersPerEndpoint";
 /// CURVE key pair of a publishing runtime's endpoints.
 constexpr const char* curveServerSecretKey = "krin.runtime.curve.serverSecretKey";
 constexpr const char* curveServerPublicKey = "krin.runtime.curve.serverPublicKey";
