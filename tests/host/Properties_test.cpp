@@ -66,7 +66,7 @@ TEST(Properties, RegistryHoldsEveryNamedConstantOnce) {
                             properties::curveAuthorizedKeys, properties::metricsAddress}) {
         EXPECT_EQ(std::count(keys.begin(), keys.end(), key), 1) << key;
     }
-    EXPECT_EQ(keys.size(), 10u);
+    EXPECT_EQ(keys.size(), 11u);
 }
 
 TEST(Properties, NumberThatIsNotOneIsRefusedWithTheRuntimesOwnMessage) {
