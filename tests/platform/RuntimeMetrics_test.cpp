@@ -19,6 +19,9 @@
 namespace {
 
 using namespace orlo::dabo::krin::detail;
+using orlo::dabo::krin::EndpointMetrics;
+using orlo::dabo::krin::KrinMetrics;
+using orlo::dabo::krin::toPrometheusText;
 using lumo::test::RecordingHandler;
 using lumo::test::freePort;
 using lumo::test::sampleFrames;

@@ -17,7 +17,7 @@
 #include "lumotypes/host/Runtime.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/FreePort.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Metrics.h"
 #include "tools/common/RuntimeMetricsReport.h"
 #include "tools/common/StopSignal.h"
 #include "tools/common/ToolLogging.h"
@@ -87,7 +87,7 @@ int runDemo(const demo::DemoOptions& options) {
     std::cout << "lumo-demo: plug-in " << plugin.path() << "\n"
               << "lumo-demo: runtime on " << context.endpoint << ", topics under /lumo/demo/\n"
               << "lumo-demo: transport: " << transportOf(options) << "\n";
-    const std::string metricsPage = tools::metricsPageOf(*runtime);
+    const std::string metricsPage = lumotypes::host::metricsPageOf(runtime);
     if (!metricsPage.empty()) {
         std::cout << "lumo-demo: runtime metrics at " << metricsPage << "\n";
     }
@@ -151,7 +151,7 @@ int runDemo(const demo::DemoOptions& options) {
                  "to the arrival of the controller's command at the monitor.\n"
               << "Transport: " << transportOf(options) << "\n";
     if (!metricsPage.empty()) {
-        tools::printRuntimeMetrics(std::cout, "lumo-demo", runtime->metrics());
+        tools::printRuntimeMetrics(std::cout, "lumo-demo", lumotypes::host::metricsOf(runtime));
     }
     if (scope) {
         std::cout << "lumo-demo: the scope serves " << scope->address() << " until Ctrl-C" << std::endl;

@@ -17,7 +17,7 @@
 #include "lumotypes/host/Runtime.h"
 #include "lumotypes/host/WireTap.h"
 #include "tools/common/CommandLine.h"
-#include "dabo/krin/detail/KrinDabo.h"
+#include "lumotypes/host/Metrics.h"
 #include "tools/common/RuntimeMetricsReport.h"
 #include "tools/common/Schema.h"
 #include "tools/common/StopSignal.h"
@@ -131,7 +131,7 @@ int run(const Options& options) {
         });
     stop.onStop([tap] { tap->interrupt(); });
     std::cerr << "krin-tap: listening to " << options.topic << " at " << uri << std::endl;
-    const std::string metricsPage = metricsPageOf(*runtime);
+    const std::string metricsPage = lumotypes::host::metricsPageOf(runtime);
     if (!metricsPage.empty()) {
         std::cerr << "krin-tap: runtime metrics at " << metricsPage << std::endl;
     }
@@ -185,7 +185,7 @@ int run(const Options& options) {
     }
     tap->close();
     if (!metricsPage.empty()) {
-        printRuntimeMetrics(std::cerr, "krin-tap", runtime->metrics());
+        printRuntimeMetrics(std::cerr, "krin-tap", lumotypes::host::metricsOf(runtime));
     }
     if (options.count != 0 && taken < options.count && !stop.stopped() && output.open()) {
         std::cerr << "krin-tap: " << taken << " of " << options.count << " samples within " << options.duration

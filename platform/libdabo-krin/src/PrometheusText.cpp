@@ -2,9 +2,9 @@
 #include <string>
 #include <vector>
 
-#include "dabo/krin/detail/KrinMetrics.h"
+#include "dabo/krin/KrinMetrics.h"
 
-namespace orlo::dabo::krin::detail {
+namespace orlo::dabo::krin {
 
 namespace {
 
@@ -71,4 +71,4 @@ std::string toPrometheusText(const KrinMetrics& metrics) {
     return out.str();
 }
 
-}  // namespace orlo::dabo::krin::detail
+}  // namespace orlo::dabo::krin

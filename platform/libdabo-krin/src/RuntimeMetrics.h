@@ -6,7 +6,7 @@
 #include <string>
 
 #include "RuntimeCounters.h"
-#include "dabo/krin/detail/KrinMetrics.h"
+#include "dabo/krin/KrinMetrics.h"
 
 namespace orlo::dabo::krin::detail {
 

@@ -7,7 +7,7 @@
 
 #include "dabo/Dabo.h"
 #include "dabo/krin/detail/EventsHandler.h"
-#include "dabo/krin/detail/KrinMetrics.h"
+#include "dabo/krin/KrinMetrics.h"
 
 namespace orlo::dabo::krin::detail {
 

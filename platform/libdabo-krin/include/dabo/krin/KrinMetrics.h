@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace orlo::dabo::krin::detail {
+namespace orlo::dabo::krin {
 
 /// What the runtime counted on one bound endpoint since it was first bound
 /// (counts go on across a release and a later bind of the same endpoint).
@@ -15,9 +15,9 @@ struct EndpointMetrics {
     std::int64_t peersConnected = 0;
     /// Messages of the endpoint's publishers sent on to its subscribers.
     std::uint64_t messagesForwarded = 0;
-    /// Messages of the endpoint's publishers dropped because a subscriber's
-    /// queue was full (at krin.runtime.highWaterMark): the subscribers of the
-    /// endpoint get a message only while each of their queues has room.
+    /// Messages of the endpoint's publishers that a subscriber's full queue
+    /// (at krin.runtime.highWaterMark) refused; the other subscribers still
+    /// get them (docs/metrics.md says when the count is exact).
     std::uint64_t messagesDropped = 0;
     /// Subscriptions refused for their size: longer than a topic frame.
     std::uint64_t messagesRefusedForSize = 0;
@@ -51,4 +51,4 @@ struct KrinMetrics {
 /// The snapshot in the Prometheus text exposition format (version 0.0.4).
 std::string toPrometheusText(const KrinMetrics& metrics);
 
-}  // namespace orlo::dabo::krin::detail
+}  // namespace orlo::dabo::krin
