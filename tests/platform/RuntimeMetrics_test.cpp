@@ -222,6 +222,36 @@ TEST_F(MetricsTest, AStalledSubscriberHoldsBackNoOtherSubscriberOfTheSameTopic) 
     EXPECT_GT(dabo->metrics().endpoints[0].messagesDropped, 0u);
 }
 
+TEST(MetricsSubscription, AMessageAboveTheSizeLimitIsCountedAsRefusedAndTheSubscriberConnectedAfresh) {
+    const unsigned int port = freePort();
+    const std::string frame = frameOf("/limited");
+    zmq::context_t context;
+    zmq::socket_t peer(context, zmq::socket_type::xpub);
+    peer.set(zmq::sockopt::linger, 0);
+    peer.set(zmq::sockopt::rcvtimeo, static_cast<int>(std::chrono::milliseconds(lumo::test::patience).count()));
+    peer.bind(endpointOf(port));
+    auto dabo = KrinDabo::create({{"krin.runtime.maxMessageSize", "1024"}});
+    auto subscriber = std::make_shared<RecordingHandler>();
+    std::weak_ptr<EventsHandler> handler = subscriber;
+    dabo->registerSubscriber(uriOf(port, "/limited"), frame, handler);
+    zmq::message_t subscription;
+    ASSERT_TRUE(peer.recv(subscription));
+
+    sendMessage(peer, sampleFrames(frame, "big", 1, 4096));
+    // Cut, then connected afresh: the subscription comes again.
+    ASSERT_TRUE(peer.recv(subscription));
+    ASSERT_TRUE(waitForMetrics(*dabo, [](const KrinMetrics& metrics) {
+        return metrics.subscriptions.size() == 1 && metrics.subscriptions[0].messagesRefusedForSize >= 1;
+    }));
+    EXPECT_EQ(dabo->metrics().subscriptions[0].messagesRefusedForSize, 1u);
+    EXPECT_EQ(dabo->metrics().subscriptions[0].messagesDelivered, 0u);
+    const std::string page = toPrometheusText(dabo->metrics());
+    EXPECT_NE(page.find("krin_subscription_messages_refused_for_size_total{subscription=\"" + uriOf(port, "/limited") +
+                        "\"} 1"),
+              std::string::npos)
+        << page;
+}
+
 TEST(MetricsAuthentication, ASubscriberWithAKeyNotAuthorisedIsCountedOnBothSides) {
     const auto server = lumo::tools::newCurveKeyPair();
     const auto admitted = lumo::tools::newCurveKeyPair();

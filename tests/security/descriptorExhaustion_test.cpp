@@ -156,6 +156,12 @@ TEST_F(DescriptorExhaustionTest, FloodBeyondTheDescriptorsNeitherSpinsNorStarves
 }
 
 TEST_F(DescriptorExhaustionTest, AcceptsFailingForDescriptorsTakenElsewhereAreSaidOnceAndNeitherSpinNorStarveTheSubscriber) {
+#ifdef LUMO_SANITIZED
+    // The sanitizer's runtime opens files of its own to check the memory it
+    // reports on; with every descriptor of the publisher taken it reports
+    // errors that are not there. The normal build runs this attack.
+    GTEST_SKIP() << "every descriptor taken leaves the sanitizer's runtime none of its own";
+#endif
     constexpr int connections = 20;
     ASSERT_FALSE(linesUntil("ready").empty());
     const Runtime subscribing = KrinDabo::create({});

@@ -55,7 +55,9 @@ TEST(KrinTools, TapWithAMetricsAddressServesTheRuntimesCountersAndPrintsThemAtTh
     const std::string err = run.tap.err();
     EXPECT_NE(err.find("krin-tap: runtime metrics at http://127.0.0.1:"), std::string::npos) << err;
     EXPECT_NE(err.find("krin-tap: subscription krin.ps://"), std::string::npos) << err;
-    EXPECT_NE(err.find(" delivered, 0 failed to process, 0 authentication failures, "), std::string::npos) << err;
+    EXPECT_NE(err.find(" delivered, 0 failed to process, 0 refused for size, 0 authentication failures, "),
+              std::string::npos)
+        << err;
 }
 
 TEST(KrinTools, TapPrintsEnumerationsByNameAndNestedMessagesFieldByField) {

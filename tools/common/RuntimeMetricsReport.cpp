@@ -13,6 +13,7 @@ void printRuntimeMetrics(std::ostream& out, const std::string& tool, const lumot
     for (const auto& subscription : metrics.subscriptions) {
         out << tool << ": subscription " << subscription.subscription << ": " << subscription.messagesDelivered
             << " delivered, " << subscription.messagesFailed << " failed to process, "
+            << subscription.messagesRefusedForSize << " refused for size, "
             << subscription.authenticationRefusals << " authentication failures, " << subscription.peersConnected
             << " publishers connected\n";
     }

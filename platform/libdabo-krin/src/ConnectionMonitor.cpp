@@ -295,6 +295,9 @@ void ConnectionMonitor::serveDue(std::chrono::steady_clock::time_point now) {
         return;
     }
     reconnectDue.reset();
+    if (connectionCounters != nullptr) {
+        connectionCounters->connectionsCut.add();
+    }
     // A fresh connection in place of the one ZeroMQ gave up. Its subscription
     // is sent again on connecting.
     try {

@@ -64,6 +64,9 @@ std::string toPrometheusText(const KrinMetrics& metrics) {
     family(out, "krin_messages_failed_total", "counter",
            "Delivered messages that the subscription's handler failed to process.", subscriptions, "subscription",
            &SubscriptionMetrics::subscription, &SubscriptionMetrics::messagesFailed);
+    family(out, "krin_subscription_messages_refused_for_size_total", "counter",
+           "Messages above the size limit refused, each cutting the connection to the publisher.", subscriptions,
+           "subscription", &SubscriptionMetrics::subscription, &SubscriptionMetrics::messagesRefusedForSize);
     family(out, "krin_subscription_authentication_failures_total", "counter",
            "Handshakes with the publisher that failed: this runtime's key refused or CURVE keys that do not match.",
            subscriptions, "subscription", &SubscriptionMetrics::subscription,

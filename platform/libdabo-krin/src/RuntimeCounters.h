@@ -26,6 +26,10 @@ private:
 struct ConnectionCounters {
     RuntimeCounter<std::int64_t> peersConnected;
     RuntimeCounter<std::uint64_t> authenticationRefusals;
+    /// Subscribing side: connections that ZeroMQ gave up without trying
+    /// again, which a message above the size limit makes it do; each one is
+    /// made afresh by the runtime.
+    RuntimeCounter<std::uint64_t> connectionsCut;
 };
 
 /// The counters of one bound endpoint.

@@ -46,6 +46,7 @@ KrinMetrics RuntimeMetrics::snapshot() const {
         subscription.peersConnected = counters.connections.peersConnected.get();
         subscription.messagesDelivered = counters.messagesDelivered.get();
         subscription.messagesFailed = counters.messagesFailed.get();
+        subscription.messagesRefusedForSize = counters.connections.connectionsCut.get();
         subscription.authenticationRefusals = counters.connections.authenticationRefusals.get();
         metrics.subscriptions.push_back(std::move(subscription));
     }

@@ -37,6 +37,10 @@ struct SubscriptionMetrics {
     std::uint64_t messagesDelivered = 0;
     /// Delivered messages whose handler could not process them.
     std::uint64_t messagesFailed = 0;
+    /// Messages above krin.runtime.maxMessageSize refused, each cutting the
+    /// connection to the publisher, which the runtime then makes afresh
+    /// (ZeroMQ tells such a cut from a protocol error of the peer by nothing).
+    std::uint64_t messagesRefusedForSize = 0;
     /// Handshakes with the publisher that failed: this runtime's key refused,
     /// or CURVE keys that do not match.
     std::uint64_t authenticationRefusals = 0;
