@@ -76,7 +76,7 @@ fuzz() {
   cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE="$build_type" -DCMAKE_CXX_COMPILER="$compiler" -DLUMO_BUILD_FUZZERS=ON \
     -DLUMO_SANITIZE_ADDRESS=ON -DLUMO_BUILD_TESTS=OFF -DLUMO_BUILD_BENCHMARKS=OFF \
     -DLUMO_FUZZ_SECONDS="${LUMO_FUZZ_SECONDS:-20}" >/dev/null
-  cmake --build "$dir" --parallel "$jobs" --target fromByteArray_fuzz krinHeader_fuzz uri_fuzz subscriberReceive_fuzz
+  cmake --build "$dir" --parallel "$jobs" --target lumo-fuzzers
   stage "fuzz: bounded runs"
   ctest --test-dir "$dir" --output-on-failure -V -L fuzz
 }
