@@ -101,13 +101,19 @@ void SubscriberSockets::addTo(PollSet& set) {
             set.add(*subscriber.socket, &subscriber, [this, key] { serveReadable(key); });
         }
         if (subscriber.monitor) {
-            set.add(subscriber.monitor->socket(), &subscriber, [&subscriber] { subscriber.monitor->serve(); });
+            set.add(subscriber.monitor->socket(), &subscriber, [this, &subscriber] {
+                subscriber.monitor->serve();
+                reconnectsPending = reconnectsPending || subscriber.monitor->nextDue().has_value();
+            });
         }
     }
 }
 
 std::optional<std::chrono::steady_clock::time_point> SubscriberSockets::nextDue() const {
     std::optional<std::chrono::steady_clock::time_point> earliest;
+    if (!reconnectsPending) {
+        return earliest;
+    }
     for (const auto& entry : subscribers) {
         const auto due = entry.second.monitor ? entry.second.monitor->nextDue() : std::nullopt;
         if (due && (!earliest || *due < *earliest)) {
@@ -118,9 +124,14 @@ std::optional<std::chrono::steady_clock::time_point> SubscriberSockets::nextDue(
 }
 
 void SubscriberSockets::serveDue(std::chrono::steady_clock::time_point now) {
+    if (!reconnectsPending) {
+        return;
+    }
+    reconnectsPending = false;
     for (auto& entry : subscribers) {
         if (entry.second.monitor) {
             entry.second.monitor->serveDue(now);
+            reconnectsPending = reconnectsPending || entry.second.monitor->nextDue().has_value();
         }
     }
 }

@@ -72,6 +72,9 @@ private:
     PollSet& pollSet;
     log4cplus::Logger logger;
     std::map<zmq::socket_t*, Subscriber> subscribers;
+    /// Whether a monitor may hold a reconnection due: until one does, the
+    /// event loop's turns do not look through the subscribers for it.
+    bool reconnectsPending = false;
 };
 
 }  // namespace orlo::dabo::krin::detail
