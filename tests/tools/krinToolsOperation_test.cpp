@@ -40,7 +40,12 @@ using namespace std::chrono_literals;
 /// The bound within which a signal must end a tool, asserted with room for a
 /// loaded machine: the tools wait on the signal itself, never on a schedule.
 constexpr auto promptly = 100ms;
+#ifdef LUMO_SANITIZED
+// A sanitized tool also scans its heap for leaks as it exits.
+constexpr auto generously = 20 * promptly;
+#else
 constexpr auto generously = 5 * promptly;
+#endif
 
 auto contains(const std::string& text) {
     return [text](const std::string& output) { return output.find(text) != std::string::npos; };
