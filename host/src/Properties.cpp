@@ -29,6 +29,16 @@ const std::vector<PropertyInfo>& knownProperties() {
         {curveAuthorizedKeys, "runtime", "none (any subscriber with the server's public key)",
          "public keys of the subscribers that a publishing runtime admits, separated by commas and/or white space; "
          "needs `krin.runtime.curve.serverSecretKey`"},
+        {inProcess, "runtime", "`true`",
+         "a subscriber of an endpoint that its own runtime binds connects to it in process (no TCP, no I/O "
+         "thread) instead of over TCP; taken only where the endpoints would admit the runtime's own subscribers "
+         "(docs/architecture.md)"},
+        {cpuAffinity, "runtime", "none (the process's CPUs)",
+         "CPUs the runtime's thread may run on, such as `2` or `0,2-3`; CPUs the system does not have fail the "
+         "runtime's creation"},
+        {threadPriority, "runtime", "none (ordinary scheduling)",
+         "real-time priority (SCHED_FIFO, 1 to 99) of the runtime's thread; a system that denies it fails the "
+         "runtime's creation"},
         {metricsAddress, "runtime", "none (no metrics page)",
          "HOST:PORT (port 0: any free one) where the runtime serves its counters at `/metrics` for Prometheus; "
          "an address that cannot be bound fails the runtime's creation (docs/metrics.md)"},
@@ -47,6 +57,7 @@ std::vector<std::string> checkProperties(const orlo::dabo::Dabo::Properties& giv
     orlo::dabo::util::getLongProperty(given, maxPeersPerEndpoint, 1000);
     orlo::dabo::util::getLongProperty(given, slowJoinerDelayMs, 0);
     booleanValue(given, disableTypeHashCheck, false);
+    booleanValue(given, inProcess, true);
     std::vector<std::string> unread;
     for (const auto& entry : given) {
         bool known = false;

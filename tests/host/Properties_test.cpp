@@ -63,10 +63,11 @@ TEST(Properties, RegistryHoldsEveryNamedConstantOnce) {
                             properties::highWaterMark, properties::maxMessageSize, properties::maxPeersPerEndpoint,
                             properties::curveServerSecretKey,
                             properties::curveServerPublicKey, properties::curvePublicKey, properties::curveSecretKey,
-                            properties::curveAuthorizedKeys, properties::metricsAddress}) {
+                            properties::curveAuthorizedKeys, properties::inProcess, properties::cpuAffinity,
+                            properties::threadPriority, properties::metricsAddress}) {
         EXPECT_EQ(std::count(keys.begin(), keys.end(), key), 1) << key;
     }
-    EXPECT_EQ(keys.size(), 11u);
+    EXPECT_EQ(keys.size(), 14u);
 }
 
 TEST(Properties, NumberThatIsNotOneIsRefusedWithTheRuntimesOwnMessage) {

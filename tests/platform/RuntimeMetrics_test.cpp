@@ -102,7 +102,9 @@ protected:
 };
 
 TEST_F(MetricsTest, SnapshotCountsEveryForwardedAndDeliveredMessageExactly) {
-    publishingRuntime();
+    // Its subscriber connects over TCP, as one of another process would, so
+    // that the connection gauges count it.
+    publishingRuntime({{"krin.runtime.inProcess", "false"}});
     auto subscriber = std::make_shared<RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = subscriber;
     dabo->registerSubscriber(uriOf(port, "/counted"), frame, handler);

@@ -3,7 +3,9 @@
 // a bad command line.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
+#include <utility>
 
 #include "ToolProcess.h"
 
@@ -52,6 +54,37 @@ TEST(LumoDemo, PlainRunSaysItsTransportIsPlain) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1", "--quiet"});
     ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
     EXPECT_NE(demo.out().find("Transport: plain TCP"), std::string::npos) << demo.out();
+}
+
+/// From "... in process for X of Y subscriptions ...": {X, Y}, or {-1, -1}.
+std::pair<int, int> inProcessShareIn(const std::string& out) {
+    const std::string lead = "lumo-demo: samples travel in process for ";
+    const auto at = out.find(lead);
+    int inProcess = -1;
+    int all = -1;
+    if (at == std::string::npos ||
+        std::sscanf(out.c_str() + at + lead.size(), "%d of %d subscriptions", &inProcess, &all) != 2) {
+        return {-1, -1};
+    }
+    return {inProcess, all};
+}
+
+TEST(LumoDemo, ItsComponentsShareOneProcessSoEverySubscriptionTakesTheInProcessPath) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1", "--quiet"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    const auto [inProcess, all] = inProcessShareIn(demo.out());
+    EXPECT_GT(all, 0) << demo.out();
+    EXPECT_EQ(inProcess, all) << demo.out();
+    EXPECT_NE(demo.out().find("the loop's samples travel in process for "), std::string::npos) << demo.out();
+}
+
+TEST(LumoDemo, WithTheInProcessPathTurnedOffEverySubscriptionUsesTcpAndTheLoopStillVerifies) {
+    ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1", "--quiet", "-p", "krin.runtime.inProcess=false"});
+    ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
+    const auto [inProcess, all] = inProcessShareIn(demo.out());
+    EXPECT_GT(all, 0) << demo.out();
+    EXPECT_EQ(inProcess, 0) << demo.out();
+    EXPECT_NE(demo.out().find("OK: all"), std::string::npos) << demo.out();
 }
 
 TEST(LumoDemo, CurveWithKeysOfItsOwnIsRefusedWithExitCodeTwo) {

@@ -97,7 +97,7 @@ std::shared_ptr<KrinDabo> KrinDabo::create(const orlo::dabo::Dabo::Properties& p
 KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_ptr<RuntimeSeam> seam)
     : properties(properties),
       runtime(std::make_shared<KrinRuntime>(std::move(seam), highWaterMarkOf(properties),
-                                            KrinSocketOptions(properties))) {
+                                            KrinSocketOptions(properties), ThreadPlacement(properties))) {
     const auto metricsAddress = properties.find(metricsAddressProperty);
     if (metricsAddress != properties.end()) {
         // Bound before the runtime's thread starts, so that a bad address

@@ -1,6 +1,7 @@
 #include "KrinRuntime.h"
 
 #include <log4cplus/loggingmacros.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -16,10 +17,12 @@
 
 namespace orlo::dabo::krin::detail {
 
-KrinRuntime::KrinRuntime(std::shared_ptr<RuntimeSeam> seam, int highWaterMark, KrinSocketOptions options)
+KrinRuntime::KrinRuntime(std::shared_ptr<RuntimeSeam> seam, int highWaterMark, KrinSocketOptions options,
+                         ThreadPlacement threadPlacement)
     : runtimeSeam(std::move(seam)),
       hwm(highWaterMark),
       socketOptions(std::move(options)),
+      placement(std::move(threadPlacement)),
       logger(runtimeLogger()),
       routerEndpoint("inproc://krin-runtime-" + orlo::dabo::util::newUUID()),
       wakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
@@ -54,11 +57,15 @@ void KrinRuntime::wake() {
 }
 
 void KrinRuntime::run(std::promise<void>& ready) {
+    // Named for `top -H` and debuggers; a name is at most 15 characters.
+    pthread_setname_np(pthread_self(), "krin-runtime");
     try {
+        placement.apply();
         forwarding = std::make_unique<DealerForwarding>(zmqContext, routerEndpoint, hwm, *runtimeSeam, logger);
         endpoints = std::make_unique<PublishingEndpoints>(PublishingEndpoints::Context{
             zmqContext, socketOptions, hwm, pollSet, *forwarding, bindRetries, *runtimeSeam, logger, counters});
         subscribers = std::make_unique<SubscriberSockets>(zmqContext, socketOptions, hwm, pollSet, logger);
+        endpoints->observeLocalEndpoints(*subscribers);
         if (!socketOptions.authorizedClientKeys().empty()) {
             // Bound before any XPUB exists, so no handshake passes unasked.
             zap = std::make_unique<ZapAuthenticator>(zmqContext, socketOptions.authorizedClientKeys());

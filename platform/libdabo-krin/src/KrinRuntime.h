@@ -20,6 +20,7 @@
 #include "RuntimeCommand.h"
 #include "RuntimeMetrics.h"
 #include "SubscriberSockets.h"
+#include "ThreadPlacement.h"
 #include "ZapAuthenticator.h"
 #include "dabo/krin/detail/RuntimeSeam.h"
 
@@ -36,7 +37,8 @@ namespace orlo::dabo::krin::detail {
 /// (RuntimeRegistration.cpp), whose events EventAnnouncer delivers.
 class KrinRuntime {
 public:
-    KrinRuntime(std::shared_ptr<RuntimeSeam> seam, int highWaterMark, KrinSocketOptions socketOptions);
+    KrinRuntime(std::shared_ptr<RuntimeSeam> seam, int highWaterMark, KrinSocketOptions socketOptions,
+                ThreadPlacement placement);
     ~KrinRuntime();
 
     zmq::context_t& context() { return zmqContext; }
@@ -51,7 +53,9 @@ public:
     /// Asks the loop to end; never blocks on it.
     void requestStop();
 
-    /// Binds the ROUTER and reports through `ready`, then serves until stopped.
+    /// Names and places the calling thread, binds the ROUTER and reports
+    /// through `ready` (a setting the system denies fails it), then serves
+    /// until stopped.
     void run(std::promise<void>& ready);
 
 private:
@@ -83,6 +87,7 @@ private:
     std::shared_ptr<RuntimeSeam> runtimeSeam;
     int hwm;
     KrinSocketOptions socketOptions;
+    ThreadPlacement placement;
     log4cplus::Logger logger;
     zmq::context_t zmqContext;
     std::string routerEndpoint;

@@ -7,6 +7,7 @@
 
 #include "RuntimeLogger.h"
 #include "dabo/DaboException.h"
+#include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/util/DaboUtil.h"
 
 namespace orlo::dabo::krin::detail {
@@ -24,6 +25,7 @@ const char* const serverPublicKeyProperty = "krin.runtime.curve.serverPublicKey"
 const char* const publicKeyProperty = "krin.runtime.curve.publicKey";
 const char* const secretKeyProperty = "krin.runtime.curve.secretKey";
 const char* const authorizedKeysProperty = "krin.runtime.curve.authorizedKeys";
+const char* const inProcessProperty = "krin.runtime.inProcess";
 
 constexpr std::size_t z85KeyLength = 40;
 
@@ -80,6 +82,15 @@ std::set<std::string> keyListProperty(const orlo::dabo::Dabo::Properties& proper
     return keys;
 }
 
+/// The public key of the CURVE secret key `secretKey` (Z85 text).
+std::string publicKeyOf(const std::string& secretKey) {
+    char publicText[z85KeyLength + 1];
+    if (zmq_curve_public(publicText, secretKey.c_str()) != 0) {
+        return {};
+    }
+    return publicText;
+}
+
 void requireCurve() {
     if (!zmq_has("curve")) {
         refuse("CURVE keys are given, but this ZeroMQ library has no CURVE security");
@@ -130,6 +141,19 @@ KrinSocketOptions::KrinSocketOptions(const orlo::dabo::Dabo::Properties& propert
         clientPublicKey = publicText;
         clientSecretKey = secretText;
     }
+    inProcess = getDaboBoolProperty(properties, inProcessProperty, true) && admitsItsOwnSubscribers();
+}
+
+bool KrinSocketOptions::admitsItsOwnSubscribers() const {
+    if (curveServer() != curveClient()) {
+        // One side expects CURVE, the other does not: no handshake succeeds.
+        return false;
+    }
+    if (!curveServer()) {
+        return true;
+    }
+    return publicKeyOf(serverSecretKey) == serverPublicKey &&
+           (authorizedKeys.empty() || authorizedKeys.count(clientPublicKey) != 0);
 }
 
 long KrinSocketOptions::subscriptionSizeLimit() const {

@@ -30,6 +30,10 @@ namespace orlo::dabo::krin::detail {
 ///   public keys of the subscribers that the XPUBs admit, separated by commas
 ///   and/or white space; the runtime then answers ZeroMQ's authentication
 ///   requests (ZapAuthenticator.h) and refuses every other key.
+/// - "krin.runtime.inProcess": whether a subscriber of an endpoint that this
+///   runtime binds is connected to it in process (LocalFanOut.h) instead of
+///   over TCP. Absent: true. Taken only where the runtime's XPUBs would admit
+///   its own SUBs over TCP, so that it never changes who may subscribe.
 class KrinSocketOptions {
 public:
     explicit KrinSocketOptions(const orlo::dabo::Dabo::Properties& properties);
@@ -56,8 +60,13 @@ public:
     long peersPerEndpointLimit() const { return maxPeersPerEndpoint; }
     /// The largest message an XPUB of this runtime takes from a subscriber.
     long subscriptionSizeLimit() const;
+    /// Whether the runtime's own subscribers of its endpoints connect in process.
+    bool inProcessPath() const { return inProcess; }
 
 private:
+    /// Whether this runtime's XPUBs would complete a handshake with its SUBs.
+    bool admitsItsOwnSubscribers() const;
+
     long maxMessageSize = -1;
     long maxPeersPerEndpoint = defaultMaxPeersPerEndpoint;
     std::string serverSecretKey;
@@ -65,6 +74,7 @@ private:
     std::string clientPublicKey;
     std::string clientSecretKey;
     std::set<std::string> authorizedKeys;
+    bool inProcess = true;
 };
 
 }  // namespace orlo::dabo::krin::detail

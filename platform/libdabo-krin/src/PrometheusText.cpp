@@ -56,6 +56,9 @@ std::string toPrometheusText(const KrinMetrics& metrics) {
     family(out, "krin_authentication_refusals_total", "counter",
            "Subscribers' handshakes refused: a key not authorised or CURVE keys that do not match.", endpoints,
            "endpoint", &EndpointMetrics::endpoint, &EndpointMetrics::authenticationRefusals);
+    family(out, "krin_endpoint_in_process_subscribers", "gauge",
+           "Subscribers of the same runtime now connected to the endpoint in process.", endpoints, "endpoint",
+           &EndpointMetrics::endpoint, &EndpointMetrics::inProcessSubscribers);
     family(out, "krin_subscription_peers_connected", "gauge",
            "Connections of the subscription to its publisher now open.", subscriptions, "subscription",
            &SubscriptionMetrics::subscription, &SubscriptionMetrics::peersConnected);
@@ -65,12 +68,15 @@ std::string toPrometheusText(const KrinMetrics& metrics) {
            "Delivered messages that the subscription's handler failed to process.", subscriptions, "subscription",
            &SubscriptionMetrics::subscription, &SubscriptionMetrics::messagesFailed);
     family(out, "krin_subscription_messages_refused_for_size_total", "counter",
-           "Messages above the size limit refused, each cutting the connection to the publisher.", subscriptions,
+           "Messages above the size limit refused; over TCP each cuts the connection to the publisher.", subscriptions,
            "subscription", &SubscriptionMetrics::subscription, &SubscriptionMetrics::messagesRefusedForSize);
     family(out, "krin_subscription_authentication_failures_total", "counter",
            "Handshakes with the publisher that failed: this runtime's key refused or CURVE keys that do not match.",
            subscriptions, "subscription", &SubscriptionMetrics::subscription,
            &SubscriptionMetrics::authenticationRefusals);
+    family(out, "krin_subscription_in_process_connections", "gauge",
+           "Connections of the subscription to a publishing endpoint of the same runtime, in process.", subscriptions,
+           "subscription", &SubscriptionMetrics::subscription, &SubscriptionMetrics::inProcessConnections);
     return out.str();
 }
 

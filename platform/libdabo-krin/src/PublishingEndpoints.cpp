@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "BindRetries.h"
+#include "dabo/krin/detail/CoLocation.h"
 #include "DealerForwarding.h"
 #include "PeerLimit.h"
 #include "PollSet.h"
@@ -42,8 +43,28 @@ void PublishingEndpoints::bind(const std::string& endpoint) {
     LOG4CPLUS_TRACE(ctx.logger, "Bound endpoint " << endpoint);
     auto gate = std::make_unique<SubscriptionGate>(endpoint, ctx.seam, ctx.logger);
     gate->countRefusalsForSize(counters.messagesRefusedForSize);
-    endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor), std::move(gate), &counters});
+    std::unique_ptr<LocalFanOut> local;
+    if (ctx.socketOptions.inProcessPath()) {
+        local = std::make_unique<LocalFanOut>(ctx.zmqContext, endpoint, ctx.highWaterMark,
+                                              ctx.socketOptions.messageSizeLimit(), counters, ctx.seam, ctx.logger);
+    }
+    Endpoint& bound =
+        endpoints.emplace(endpoint, Endpoint{std::move(xpub), 0, std::move(monitor), std::move(gate), &counters,
+                                             std::move(local)})
+            .first->second;
     ctx.pollSet.invalidate();
+    if (bound.local && localObserver != nullptr) {
+        localObserver->localEndpointBound(*bound.local);
+    }
+}
+
+LocalFanOut* PublishingEndpoints::localEndpointReaching(const std::string& endpoint) {
+    for (auto& entry : endpoints) {
+        if (entry.second.local && reachesListener(endpoint, entry.first)) {
+            return entry.second.local.get();
+        }
+    }
+    return nullptr;
 }
 
 void PublishingEndpoints::attach(const std::string& identity, const std::string& endpoint) {
@@ -60,7 +81,8 @@ void PublishingEndpoints::attach(const std::string& identity, const std::string&
     }
     ++bound.publishers;
     publishers[identity] = endpoint;
-    ctx.forwarding.route(identity, *bound.xpub, ctx.seam.countsMessages() ? bound.counters : nullptr);
+    ctx.forwarding.route(identity, *bound.xpub, bound.local.get(),
+                         ctx.seam.countsMessages() ? bound.counters : nullptr);
 }
 
 bool PublishingEndpoints::detach(const std::string& identity, std::string& endpoint) {
@@ -79,6 +101,9 @@ void PublishingEndpoints::release(const std::string& endpoint) {
     const auto found = endpoints.find(endpoint);
     if (found == endpoints.end() || --found->second.publishers > 0) {
         return;
+    }
+    if (found->second.local && localObserver != nullptr) {
+        localObserver->localEndpointReleasing(*found->second.local);
     }
     endpoints.erase(found);
     ctx.bindRetries.released(endpoint, std::chrono::steady_clock::now());
@@ -99,6 +124,11 @@ void PublishingEndpoints::closeAll() {
         ctx.forwarding.unroute(publisher.first);
     }
     publishers.clear();
+    for (auto& entry : endpoints) {
+        if (entry.second.local && localObserver != nullptr) {
+            localObserver->localEndpointReleasing(*entry.second.local);
+        }
+    }
     endpoints.clear();
 }
 

@@ -10,6 +10,7 @@
 
 #include "ConnectionMonitor.h"
 #include "KrinSocketOptions.h"
+#include "LocalFanOut.h"
 #include "RuntimeMetrics.h"
 #include "SubscriptionGate.h"
 
@@ -20,9 +21,20 @@ class DealerForwarding;
 class PollSet;
 class RuntimeSeam;
 
+/// Told when an endpoint's in-process side comes and goes, so that the
+/// runtime's own subscribers of the endpoint move to it and back to TCP.
+class LocalEndpointObserver {
+public:
+    virtual ~LocalEndpointObserver() = default;
+    virtual void localEndpointBound(LocalFanOut& local) = 0;
+    /// Called before the endpoint's sockets close.
+    virtual void localEndpointReleasing(LocalFanOut& local) = 0;
+};
+
 /// The XPUBs that the runtime has bound, one per endpoint and shared by its
-/// publishers, and the endpoint of each registered publisher. An XPUB is
-/// closed when its last publisher leaves.
+/// publishers, each with its in-process side (LocalFanOut) unless the
+/// in-process path is off, and the endpoint of each registered publisher.
+/// An XPUB is closed when its last publisher leaves.
 class PublishingEndpoints {
 public:
     struct Context {
@@ -39,9 +51,15 @@ public:
 
     explicit PublishingEndpoints(Context context) : ctx(std::move(context)) {}
 
+    /// Tells `observer` of in-process sides from now on.
+    void observeLocalEndpoints(LocalEndpointObserver& observer) { localObserver = &observer; }
+
     /// Binds an XPUB at `endpoint` unless this runtime has; throws the
     /// zmq::error_t of a failed bind.
     void bind(const std::string& endpoint);
+    /// The in-process side of the bound endpoint that a subscriber of this
+    /// runtime connecting to `endpoint` would reach over TCP; null if none.
+    LocalFanOut* localEndpointReaching(const std::string& endpoint);
     /// Forwards the dealer `identity` to `endpoint`, bound before; a previous
     /// registration of the same dealer is replaced.
     void attach(const std::string& identity, const std::string& endpoint);
@@ -61,11 +79,14 @@ private:
         std::unique_ptr<ConnectionMonitor> monitor;
         std::unique_ptr<SubscriptionGate> gate;
         EndpointCounters* counters;
+        /// Null while the in-process path is off.
+        std::unique_ptr<LocalFanOut> local;
     };
 
     void release(const std::string& endpoint);
 
     Context ctx;
+    LocalEndpointObserver* localObserver = nullptr;
     std::map<std::string, Endpoint> endpoints;
     /// The endpoint of each registered dealer.
     std::unordered_map<std::string, std::string> publishers;

@@ -38,6 +38,8 @@ struct EndpointCounters {
     RuntimeCounter<std::uint64_t> messagesForwarded;
     RuntimeCounter<std::uint64_t> messagesDropped;
     RuntimeCounter<std::uint64_t> messagesRefusedForSize;
+    /// Subscribers of this runtime connected over the in-process path.
+    RuntimeCounter<std::int64_t> inProcessSubscribers;
 };
 
 /// The counters of the subscriptions of one URI.
@@ -45,6 +47,11 @@ struct SubscriptionCounters {
     ConnectionCounters connections;
     RuntimeCounter<std::uint64_t> messagesDelivered;
     RuntimeCounter<std::uint64_t> messagesFailed;
+    /// Connections to a publishing endpoint of the same runtime, in process.
+    RuntimeCounter<std::int64_t> inProcessConnections;
+    /// Messages above the size limit that the in-process path refused; on
+    /// TCP each such message cuts the connection (connections.connectionsCut).
+    RuntimeCounter<std::uint64_t> messagesRefusedForSize;
 };
 
 }  // namespace orlo::dabo::krin::detail

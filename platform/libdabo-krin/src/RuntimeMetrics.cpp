@@ -37,6 +37,7 @@ KrinMetrics RuntimeMetrics::snapshot() const {
         endpoint.messagesDropped = counters.messagesDropped.get();
         endpoint.messagesRefusedForSize = counters.messagesRefusedForSize.get();
         endpoint.authenticationRefusals = counters.connections.authenticationRefusals.get();
+        endpoint.inProcessSubscribers = counters.inProcessSubscribers.get();
         metrics.endpoints.push_back(std::move(endpoint));
     }
     for (const auto& entry : subscriptions) {
@@ -46,7 +47,9 @@ KrinMetrics RuntimeMetrics::snapshot() const {
         subscription.peersConnected = counters.connections.peersConnected.get();
         subscription.messagesDelivered = counters.messagesDelivered.get();
         subscription.messagesFailed = counters.messagesFailed.get();
-        subscription.messagesRefusedForSize = counters.connections.connectionsCut.get();
+        subscription.messagesRefusedForSize =
+            counters.connections.connectionsCut.get() + counters.messagesRefusedForSize.get();
+        subscription.inProcessConnections = counters.inProcessConnections.get();
         subscription.authenticationRefusals = counters.connections.authenticationRefusals.get();
         metrics.subscriptions.push_back(std::move(subscription));
     }

@@ -98,9 +98,9 @@ void KrinRuntime::dropBindRetriesOf(const std::string& identity) {
 }
 
 void KrinRuntime::registerSubscriber(RuntimeCommand& command) {
-    std::shared_ptr<zmq::socket_t> socket = subscribers->open(command.endpoint, command.topicIdFrame, command.handler,
-                                                                counters.subscription(command.uri),
-                                                                runtimeSeam->countsMessages());
+    std::shared_ptr<zmq::socket_t> socket = subscribers->open(
+        command.endpoint, command.topicIdFrame, command.handler, counters.subscription(command.uri),
+        runtimeSeam->countsMessages(), endpoints->localEndpointReaching(command.endpoint));
     if (socket) {
         announce(runtimeSeam->deliveryOfRegistered(), command.handler, socket, REGISTERED, command.registrationDone);
     }

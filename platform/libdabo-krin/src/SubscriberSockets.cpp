@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "dabo/krin/detail/CoLocation.h"
 #include "EventAnnouncer.h"
 #include "PollSet.h"
 #include "SocketSetup.h"
@@ -29,38 +30,96 @@ SubscriberSockets::SubscriberSockets(zmq::context_t& zmqContext, const KrinSocke
 
 std::shared_ptr<zmq::socket_t> SubscriberSockets::open(const std::string& endpoint, const std::string& topicIdFrame,
                                                        const std::weak_ptr<EventsHandler>& handler,
-                                                       SubscriptionCounters& counters, bool countMessages) {
+                                                       SubscriptionCounters& counters, bool countMessages,
+                                                       LocalFanOut* local) {
     auto socket = std::make_shared<zmq::socket_t>(context, zmq::socket_type::sub);
     socket->set(zmq::sockopt::linger, 0);
     socket->set(zmq::sockopt::rcvhwm, hwm);
     socketOptions.applyToSubscribing(*socket);
     allowIpv6For(*socket, endpoint);
     socket->set(zmq::sockopt::subscribe, topicIdFrame);
-    // Watching from before the connection, so that none of its events goes unseen.
-    std::unique_ptr<ConnectionMonitor> monitor;
-    if (socketOptions.messageSizeLimit() > 0) {
-        monitor = std::make_unique<ConnectionMonitor>(context, *socket, ConnectionMonitor::Side::Subscribing, endpoint,
-                                                      socketOptions.messageSizeLimit());
-        monitor->countInto(counters.connections);
-    }
+    // Stored before it connects: the in-process side knows it by its place.
+    Subscriber& subscriber = subscribers[socket.get()] =
+        Subscriber{socket, handler, false, endpoint, topicIdFrame, nullptr, &counters, countMessages, nullptr};
     try {
-        socket->connect(endpoint);
+        if (local != nullptr) {
+            connectInProcess(subscriber, *local);
+        } else {
+            connectOverTcp(subscriber);
+        }
     } catch (const zmq::error_t& e) {
         LOG4CPLUS_ERROR(logger, "Failed to connect subscriber to " << endpoint << ": " << e.what());
-        monitor.reset();
-        socket->close();
+        closeSocket(subscriber);
+        subscribers.erase(socket.get());
         return nullptr;
     }
-    if (monitor) {
-        pollSet.invalidate();
-    }
-    subscribers[socket.get()] = Subscriber{socket, handler, false, endpoint, std::move(monitor), &counters,
-                                             countMessages};
     if (logger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) {
-        LOG4CPLUS_TRACE(logger, "Registered subscriber " << orlo::dabo::util::hexStr(topicIdFrame) << " on "
-                                                         << endpoint);
+        LOG4CPLUS_TRACE(logger, "Registered subscriber " << orlo::dabo::util::hexStr(topicIdFrame) << " on " << endpoint
+                                                         << (local != nullptr ? " in process" : ""));
     }
     return socket;
+}
+
+void SubscriberSockets::connectOverTcp(Subscriber& subscriber) {
+    if (socketOptions.messageSizeLimit() > 0) {
+        // Watching from before the connection, so that none of its events goes unseen.
+        subscriber.monitor = std::make_unique<ConnectionMonitor>(context, *subscriber.socket,
+                                                                 ConnectionMonitor::Side::Subscribing,
+                                                                 subscriber.endpoint, socketOptions.messageSizeLimit());
+        subscriber.monitor->countInto(subscriber.counters->connections);
+        pollSet.invalidate();
+    }
+    subscriber.socket->connect(subscriber.endpoint);
+}
+
+void SubscriberSockets::connectInProcess(Subscriber& subscriber, LocalFanOut& local) {
+    // A connection to an earlier in-process side of the endpoint, whose
+    // publishers have gone, may still be listed; it must not be doubled.
+    try {
+        subscriber.socket->disconnect(local.address());
+    } catch (const zmq::error_t&) {
+    }
+    subscriber.socket->connect(local.address());
+    subscriber.local = &local;
+    local.joined(&subscriber, subscriber.topicFrame, *subscriber.counters);
+}
+
+void SubscriberSockets::localEndpointBound(LocalFanOut& local) {
+    for (auto& entry : subscribers) {
+        Subscriber& subscriber = entry.second;
+        if (subscriber.local != nullptr || !reachesListener(subscriber.endpoint, local.endpoint())) {
+            continue;
+        }
+        // Its TCP connection waits for a listener that is only now bound, in
+        // this runtime: nothing has come over it yet, so nothing is lost.
+        subscriber.monitor.reset();
+        pollSet.invalidate();
+        try {
+            subscriber.socket->disconnect(subscriber.endpoint);
+            connectInProcess(subscriber, local);
+        } catch (const zmq::error_t& e) {
+            LOG4CPLUS_ERROR(logger, "Failed to connect subscriber to " << subscriber.endpoint << " in process: "
+                                                                       << e.what());
+        }
+    }
+}
+
+void SubscriberSockets::localEndpointReleasing(LocalFanOut& local) {
+    for (auto& entry : subscribers) {
+        Subscriber& subscriber = entry.second;
+        if (subscriber.local != &local) {
+            continue;
+        }
+        local.left(&subscriber);
+        subscriber.local = nullptr;
+        // The in-process connection stays until its last messages are read;
+        // ZeroMQ ends it after them.
+        try {
+            connectOverTcp(subscriber);
+        } catch (const zmq::error_t& e) {
+            LOG4CPLUS_ERROR(logger, "Failed to connect subscriber to " << subscriber.endpoint << ": " << e.what());
+        }
+    }
 }
 
 void SubscriberSockets::startServing(zmq::socket_t* socket) {
@@ -89,6 +148,10 @@ void SubscriberSockets::closeAll() {
 }
 
 void SubscriberSockets::closeSocket(Subscriber& subscriber) {
+    if (subscriber.local != nullptr) {
+        subscriber.local->left(&subscriber);
+        subscriber.local = nullptr;
+    }
     subscriber.monitor.reset();
     subscriber.socket->close();
 }

@@ -29,6 +29,12 @@ constexpr const char* curvePublicKey = "krin.runtime.curve.publicKey";
 constexpr const char* curveSecretKey = "krin.runtime.curve.secretKey";
 /// Public keys of the subscribers a publishing runtime admits.
 constexpr const char* curveAuthorizedKeys = "krin.runtime.curve.authorizedKeys";
+/// Whether a subscriber of an endpoint its own runtime binds connects in process.
+constexpr const char* inProcess = "krin.runtime.inProcess";
+/// The CPUs the runtime's thread may run on.
+constexpr const char* cpuAffinity = "krin.runtime.cpuAffinity";
+/// A real-time priority for the runtime's thread.
+constexpr const char* threadPriority = "krin.runtime.threadPriority";
 /// HOST:PORT of the runtime's metrics page.
 constexpr const char* metricsAddress = "krin.runtime.metricsAddress";
 

@@ -24,6 +24,9 @@ struct EndpointMetrics {
     /// Subscribers' handshakes refused: a key that is not authorised, or
     /// CURVE keys that do not match.
     std::uint64_t authenticationRefusals = 0;
+    /// Subscribers of this runtime now connected over the in-process path,
+    /// which counts in neither peersConnected nor any TCP figure.
+    std::int64_t inProcessSubscribers = 0;
 };
 
 /// What the runtime counted for the subscriptions of one URI (all of this
@@ -37,13 +40,17 @@ struct SubscriptionMetrics {
     std::uint64_t messagesDelivered = 0;
     /// Delivered messages whose handler could not process them.
     std::uint64_t messagesFailed = 0;
-    /// Messages above krin.runtime.maxMessageSize refused, each cutting the
-    /// connection to the publisher, which the runtime then makes afresh
-    /// (ZeroMQ tells such a cut from a protocol error of the peer by nothing).
+    /// Messages above krin.runtime.maxMessageSize refused. Over TCP each
+    /// cuts the connection to the publisher, which the runtime then makes
+    /// afresh (ZeroMQ tells such a cut from a protocol error of the peer by
+    /// nothing); in process the message alone is refused.
     std::uint64_t messagesRefusedForSize = 0;
     /// Handshakes with the publisher that failed: this runtime's key refused,
     /// or CURVE keys that do not match.
     std::uint64_t authenticationRefusals = 0;
+    /// Connections to a publishing endpoint of this same runtime, over the
+    /// in-process path (not counted in peersConnected).
+    std::int64_t inProcessConnections = 0;
 };
 
 /// A snapshot of the runtime's counters, ordered by endpoint and by URI.
