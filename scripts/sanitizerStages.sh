@@ -44,7 +44,7 @@ tsan_suites=(
   tests/engine/QueuedSubscriberImplReads_test tests/engine/DataEventPredicate_test
   tests/engine/QueuedSubscription_test tests/engine/QueuedSubscriber_test tests/engine/MapMrvSubscriber_test
   tests/engine/DataEventImpl_test
-  tests/platform/krinDabo_test tests/platform/krinTransport_test
+  tests/platform/krinDabo_test tests/platform/krinTransport_test tests/platform/inProcessPath_test
   tests/transport/publisher_test tests/transport/publisherSend_test tests/transport/instancePublisher_test
   tests/transport/publisherDelegator_test tests/transport/wirePublisher_test
   tests/transport/subscriber_test tests/transport/subscriberReceive_test tests/transport/subscriberTracing_test
@@ -58,7 +58,7 @@ tsan() {
   for suite in "${tsan_suites[@]}"; do targets+=("$(basename "$suite")"); done
   stage "tsan: build"
   cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE="$build_type" -DLUMO_SANITIZE_THREAD=ON -DLUMO_BUILD_BENCHMARKS=OFF >/dev/null
-  cmake --build "$dir" --parallel "$jobs" --target "${targets[@]}" krin_test_peer lumotypes-krin-plugin
+  cmake --build "$dir" --parallel "$jobs" --target "${targets[@]}" krin_test_peer krin_test_subscriber lumotypes-krin-plugin
   stage "tsan: concurrency suites"
   mkdir -p "$dir/tsan-logs"
   export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/scripts/threadSanitizer.supp"

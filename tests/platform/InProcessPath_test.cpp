@@ -105,11 +105,7 @@ protected:
 
     /// The runtime's counters once its thread has worked off everything before.
     KrinMetrics settledMetrics() {
-        auto marker = std::make_shared<RecordingHandler>();
-        std::weak_ptr<EventsHandler> handler = marker;
-        std::shared_ptr<zmq::socket_t> noSocket;
-        dabo->unregisterSubscriber(noSocket, handler);
-        EXPECT_TRUE(marker->waitFor(UNREGISTERED));
+        EXPECT_TRUE(lumo::test::workedOff(*dabo));
         return dabo->metrics();
     }
 

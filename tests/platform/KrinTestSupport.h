@@ -24,6 +24,7 @@
 #include <zmq.hpp>
 
 #include "dabo/krin/detail/EventsHandler.h"
+#include "dabo/krin/detail/KrinDabo.h"
 
 namespace lumo::test {
 
@@ -141,6 +142,16 @@ private:
     std::vector<Message> received;
     std::shared_ptr<zmq::socket_t> registeredSocket;
 };
+
+/// Waits until the runtime's thread has worked off every request made before:
+/// an unregistration of nothing is answered in turn.
+inline bool workedOff(orlo::dabo::krin::detail::KrinDabo& dabo) {
+    auto marker = std::make_shared<RecordingHandler>();
+    std::weak_ptr<EventsHandler> handler = marker;
+    std::shared_ptr<zmq::socket_t> noSocket;
+    dabo.unregisterSubscriber(noSocket, handler);
+    return marker->waitFor(orlo::dabo::krin::detail::UNREGISTERED);
+}
 
 /// Sends a message of several frames on a socket, waiting if need be.
 inline void sendMessage(zmq::socket_t& socket, const Message& frames) {

@@ -83,13 +83,7 @@ protected:
     }
 
     /// Returns once the runtime's thread has worked off everything before.
-    static void flush(KrinDabo& dabo) {
-        auto marker = std::make_shared<RecordingHandler>();
-        std::weak_ptr<EventsHandler> handler = marker;
-        std::shared_ptr<zmq::socket_t> noSocket;
-        dabo.unregisterSubscriber(noSocket, handler);
-        ASSERT_TRUE(marker->waitFor(UNREGISTERED));
-    }
+    static void flush(KrinDabo& dabo) { ASSERT_TRUE(lumo::test::workedOff(dabo)); }
 
     const unsigned int port = freePort();
     const std::string frame = frameOf("/counted");
