@@ -1,4 +1,5 @@
-// Throughput: one publishing process, one subscribing process.
+// Throughput: one publishing process, one subscribing process (or with
+// --in-process, one process with the subscriber on threads of its own).
 #include <sys/resource.h>
 
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <thread>
 
 #include "tools/common/FreePort.h"
+#include "tools/perf/Lines.h"
 #include "tools/perf/PeerProcess.h"
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
@@ -32,7 +34,8 @@ public:
           window(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))),
           stopper(stopper) {}
 
-    void take(std::uint32_t id) {
+    void take(const Stamp& stamp) {
+        const std::uint32_t id = stamp.id;
         if (finished) {
             return;
         }
@@ -106,8 +109,8 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     const ProcessEndpoints process(options, plugin);
     const Endpoints& endpoints = process.get();
     auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
-    PeerProcess subscriber(self, peerArguments(options, "sub"));
-    if (!sender->awaitSubscribers(1, std::chrono::seconds(30))) {
+    const auto subscriber = startPeer(options, "sub", self, endpoints);
+    if (!sender->awaitSubscribers(subscribersToAwait(options, 1, 0), std::chrono::seconds(30))) {
         std::cerr << "krin-perf: the subscriber never joined" << std::endl;
         return 3;
     }
@@ -118,18 +121,18 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     const Clock::time_point paceStart = Clock::now();
     do {
         for (int n = 0; n < burst; ++n) {
-            sender->send(id++);
+            sender->send({id++, 0});
         }
         if (options.rate > 0) {
             const auto due = paceStart + std::chrono::duration_cast<Clock::duration>(
                                              std::chrono::duration<double>(static_cast<double>(id) / options.rate));
             std::this_thread::sleep_until(due);
         }
-    } while (!subscriber.hasOutput());
-    const std::string line = subscriber.readLine(std::chrono::seconds(10));
-    // Closing the subscriber's stdin ends it, also if it never got its samples.
+    } while (!subscriber->hasOutput());
+    const std::string line = subscriber->readLine(std::chrono::seconds(10));
+    // Closing the subscriber's input ends it, also if it never got its samples.
     sender.reset();
-    subscriber.finish();
+    subscriber->finish();
     unsigned long received = 0;
     unsigned long lost = 0;
     long long nanos = 0;
@@ -137,8 +140,9 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
         std::cerr << "krin-perf: the subscriber reported '" << line << "'" << std::endl;
         return 3;
     }
-    // Both processes together, over the whole run, per sample offered: what
-    // one sample costs the machine, whether or not the window counted it.
+    // Both processes (or both sides in this one) together, over the whole run,
+    // per sample offered: what one sample costs the machine, whether or not
+    // the window counted it.
     const ProcessCost cost = ProcessCost::ofThisRun();
     const double perSent = id == 0 ? 0.0 : 1.0 / static_cast<double>(id);
     const double samplesPerSecond = static_cast<double>(received) * 1e9 / static_cast<double>(nanos);
@@ -149,6 +153,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
                      .text("test", "throughput")
                      .text("impl", options.impl)
                      .text("read", readModeOf(options))
+                     .flag("in_process", options.inProcess)
                      .number("size", static_cast<double>(options.size), 0)
                      .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
                      .number("samples_per_s", samplesPerSecond, 0)
@@ -164,26 +169,23 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     return 0;
 }
 
-int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
-    const ProcessEndpoints process(options, plugin);
-    // Shared with the thread below, which may outlive this function: the
-    // publisher closes this process's stdin only after it has the report.
-    auto stopper = std::make_shared<Stopper>();
-    Tally tally(options.warmupSeconds, options.seconds, *stopper);
-    // The publisher closes this process's stdin when it gives up or is done.
-    std::thread publisherGone([stopper] {
+int runThroughputSubscriber(const PerfOptions& options, const Endpoints& endpoints, DriverLink& driver) {
+    Stopper stopper;
+    Tally tally(options.warmupSeconds, options.seconds, stopper);
+    // The publisher closes this side's input when it gives up, or once it has the report.
+    std::thread publisherGone([&stopper, &driver] {
         std::string ignored;
-        while (std::getline(std::cin, ignored)) {
+        while (driver.hear(ignored)) {
         }
-        stopper->stop();
+        stopper.stop();
     });
-    publisherGone.detach();
     {
-        auto receiver = makeReceiver(options, process.get(), options.portA, throughputTopic,
-                                     [&tally](std::uint32_t id) { tally.take(id); });
-        receiver->run(*stopper);
+        auto receiver = makeReceiver(options, endpoints, options.portA, throughputTopic,
+                                     [&tally](const Stamp& stamp) { tally.take(stamp); });
+        receiver->run(stopper, [] {});
     }
-    std::cout << tally.report() << std::endl;
+    driver.say(tally.report());
+    publisherGone.join();
     return 0;
 }
 

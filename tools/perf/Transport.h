@@ -44,27 +44,38 @@ private:
     bool raised = false;
 };
 
-/// Sends samples of one topic; the sample carries `id` (sample_id, or the
-/// first four payload bytes on the raw pipeline) and `size` array bytes.
+/// What a run reads off a sample: its id (sample_id, or the first four
+/// payload bytes on the raw pipeline and bare ZeroMQ) and, on the loop run's
+/// topic only, the publisher's steady-clock send time in nanoseconds (0 elsewhere).
+struct Stamp {
+    std::uint32_t id = 0;
+    std::int64_t sentNanos = 0;
+};
+
+/// Sends samples of one topic; the sample carries `stamp` and `size` array bytes.
 class Sender {
 public:
     virtual ~Sender() = default;
-    virtual void send(std::uint32_t id) = 0;
+    virtual void send(const Stamp& stamp) = 0;
     /// Waits until `count` subscribers have joined; false after `limit`.
     virtual bool awaitSubscribers(int count, std::chrono::milliseconds limit) = 0;
 };
 
-/// Called with the id of every sample received, on whatever thread the read
-/// mode delivers on.
-using OnSample = std::function<void(std::uint32_t id)>;
+/// Called with the stamp of every sample received, on whatever thread the
+/// read mode delivers on.
+using OnSample = std::function<void(const Stamp& stamp)>;
+
+/// Called once a receiver takes samples, before the first can be missed.
+using OnRunning = std::function<void()>;
 
 /// Receives the samples of one topic.
 class Receiver {
 public:
     virtual ~Receiver() = default;
     /// Takes samples on the calling thread (read, poll, notifier) or lets the
-    /// runtime's thread deliver them (listener, raw) until `stopper` is raised.
-    virtual void run(Stopper& stopper) = 0;
+    /// runtime's thread deliver them (listener, raw) until `stopper` is raised;
+    /// `running` is called as soon as no sample arriving can be missed.
+    virtual void run(Stopper& stopper, const OnRunning& running) = 0;
 };
 
 /// The sending and receiving ends of one implementation over one runtime.
