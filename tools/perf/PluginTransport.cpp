@@ -39,8 +39,8 @@ Stamp stampOf(const HokuTopicIn& sample) { return {sample.getSample_id(), 0}; }
 
 /// The loop run's samples, the field stabilisation loop's input: `size` bytes
 /// of gp1_cent_err, the id in sample_id and the send time in timestamp_utc,
-/// as seconds of the steady clock (a double holds them to well below a
-/// nanosecond's hundredth for years of uptime).
+/// as seconds of the steady clock (a double holds them to a few nanoseconds
+/// after a year of uptime).
 void fill(FieldStablizationTopicIn& sample, std::size_t size) {
     sample.setQuality(true);
     sample.setSim(false);
