@@ -96,10 +96,12 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
     });
     receiver->run(stopper, [] {});
     pinger.join();
-    pong->writeLine("quit");
+    // Each subscriber closes before the publisher it is connected to, so that
+    // neither side sees its publisher go away while it still listens.
     receiver.reset();
-    sender.reset();
+    pong->writeLine("quit");
     pong->finish();
+    sender.reset();
     if (halves.empty()) {
         std::cerr << "krin-perf: no round trip completed" << std::endl;
         return 3;

@@ -175,6 +175,7 @@ int runLoopPublisher(const PerfOptions& given, const std::string& self, const lu
                      .text("read", readModeOf(options))
                      .flag("in_process", options.inProcess)
                      .number("size", static_cast<double>(options.size), 0)
+                     .number("wire_bytes", static_cast<double>(loopWireSizeOf(options.size)), 0)
                      .number("rate_hz", options.rate, 1)
                      .number("seconds", sendingSeconds, 2)
                      .number("sent", static_cast<double>(sent), 0)

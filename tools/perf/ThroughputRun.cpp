@@ -162,6 +162,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
                      .number("lost", static_cast<double>(lost), 0)
                      .number("loss_pct", lossPercent, 2)
                      .number("sent", static_cast<double>(id), 0)
+                     .number("offered_per_s", options.rate, 0)
                      .number("cpu_us_per_sample", cost.cpuSeconds * 1e6 * perSent, 3)
                      .number("switches_per_sample", static_cast<double>(cost.contextSwitches) * perSent, 4)
                      .line(options.json)

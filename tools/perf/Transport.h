@@ -126,4 +126,8 @@ std::unique_ptr<Receiver> makeRawReceiver(const Endpoints& endpoints, const std:
 /// of exactly this size.
 std::size_t wireSizeOf(std::size_t arrayBytes);
 
+/// Bytes of the loop run's FieldStablizationTopicIn wire message that carries
+/// `arrayBytes` of gp1_cent_err, its four scalar fields and its five floats.
+std::size_t loopWireSizeOf(std::size_t arrayBytes);
+
 }  // namespace lumo::perf
