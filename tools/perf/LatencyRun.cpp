@@ -110,13 +110,7 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
         writeLatencies(options.latencyOut, halves);
     }
     std::sort(halves.begin(), halves.end());
-    const std::string read = readModeOf(options);
-    std::cout << Result()
-                     .text("test", "latency")
-                     .text("impl", options.impl)
-                     .text("read", read)
-                     .flag("in_process", options.inProcess)
-                     .number("size", static_cast<double>(options.size), 0)
+    std::cout << resultHead("latency", options)
                      .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
                      .number("round_trips", static_cast<double>(halves.size()), 0)
                      .number("timed_out", static_cast<double>(timedOut), 0)

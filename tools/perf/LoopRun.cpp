@@ -15,11 +15,10 @@
 #include <vector>
 
 #include "tools/common/CommandLine.h"
-#include "tools/common/FreePort.h"
 #include "tools/common/StopSignal.h"
 #include "tools/perf/Latencies.h"
 #include "tools/perf/Lines.h"
-#include "tools/perf/PeerProcess.h"
+#include "tools/perf/OneWayDriver.h"
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
@@ -125,41 +124,48 @@ struct LoopFigures {
     }
 };
 
-}  // namespace
-
-int runLoopPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
-    PerfOptions options = given;
-    options.portA = lumo::tools::freeLoopbackPort();
-    const ProcessEndpoints process(options, plugin);
-    const Endpoints& endpoints = process.get();
-    auto sender = makeSender(options, endpoints, options.portA, loopTopic);
-    const auto subscriber = startPeer(options, "loop-sub", self, endpoints);
-    if (!sender->awaitSubscribers(subscribersToAwait(options, 1, 0), std::chrono::seconds(30)) ||
-        subscriber->readLine(std::chrono::seconds(30)) != "ready") {
-        std::cerr << "krin-perf: the subscriber never joined" << std::endl;
-        return lumo::tools::exitSetup;
-    }
+/// Sends the loop's samples on schedule from `start` until all are sent or a
+/// signal comes; how many were sent.
+std::uint32_t publishOnSchedule(Sender& sender, const PerfOptions& options, Clock::time_point start) {
     const lumo::tools::StopSignal& stop = lumo::tools::StopSignal::install();
     const auto total = static_cast<std::uint32_t>(options.rate * options.seconds + 0.5);
     const std::chrono::duration<double> period(1.0 / options.rate);
-    const Clock::time_point start = Clock::now();
     Clock::time_point nextProgress = start + progressEvery;
     std::uint32_t sent = 0;
     while (sent < total &&
            sleepUntil(start + std::chrono::duration_cast<Clock::duration>(period * static_cast<double>(sent)), stop)) {
-        sender->send({sent, nanosOf(Clock::now())});
+        sender.send({sent, nanosOf(Clock::now())});
         ++sent;
         if (Clock::now() >= nextProgress) {
-            std::cerr << "krin-perf: loop " << std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start).count()
-                      << " s of " << options.seconds << ", " << sent << " of " << total << " samples sent" << std::endl;
+            const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
+            std::cerr << "krin-perf: loop " << elapsed.count() << " s of " << options.seconds << ", " << sent << " of "
+                      << total << " samples sent" << std::endl;
             nextProgress += progressEvery;
         }
     }
+    return sent;
+}
+
+}  // namespace
+
+int runLoopPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
+    OneWayDriver driver(given, self, plugin, loopTopic, "loop-sub");
+    if (!driver.awaitSubscriber()) {
+        return lumo::tools::exitSetup;
+    }
+    Peer& subscriber = *driver.peer;
+    if (subscriber.readLine(std::chrono::seconds(30)) != "ready") {
+        std::cerr << "krin-perf: the subscriber never began to take samples" << std::endl;
+        return lumo::tools::exitSetup;
+    }
+    const PerfOptions& options = driver.options;
+    const Clock::time_point start = Clock::now();
+    const std::uint32_t sent = publishOnSchedule(*driver.sender, options, start);
     const double sendingSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-    subscriber->writeLine("end " + std::to_string(sent));
-    const std::string line = subscriber->readLine(std::chrono::seconds(60));
-    sender.reset();
-    subscriber->finish();
+    subscriber.writeLine("end " + std::to_string(sent));
+    const std::string line = subscriber.readLine(std::chrono::seconds(60));
+    driver.sender.reset();
+    subscriber.finish();
     LoopFigures figures;
     if (!figures.parse(line)) {
         std::cerr << "krin-perf: the subscriber reported '" << line << "'" << std::endl;
@@ -169,12 +175,7 @@ int runLoopPublisher(const PerfOptions& given, const std::string& self, const lu
         std::cerr << "krin-perf: no sample of " << sent << " arrived" << std::endl;
         return lumo::tools::exitFailed;
     }
-    std::cout << Result()
-                     .text("test", "loop")
-                     .text("impl", options.impl)
-                     .text("read", readModeOf(options))
-                     .flag("in_process", options.inProcess)
-                     .number("size", static_cast<double>(options.size), 0)
+    std::cout << resultHead("loop", options)
                      .number("wire_bytes", static_cast<double>(loopWireSizeOf(options.size)), 0)
                      .number("rate_hz", options.rate, 1)
                      .number("seconds", sendingSeconds, 2)

@@ -47,8 +47,8 @@ void Peer::closeOutput() { closeOnce(output); }
 PeerProcess::PeerProcess(const std::string& program, const std::vector<std::string>& arguments)
     : PeerProcess(program, arguments, Pipe().ends, Pipe().ends) {}
 
-PeerProcess::PeerProcess(const std::string& program, const std::vector<std::string>& arguments,
-                         const int (&toChild)[2], const int (&fromChild)[2])
+PeerProcess::PeerProcess(const std::string& program, const std::vector<std::string>& arguments, const int (&toChild)[2],
+                         const int (&fromChild)[2])
     : Peer(toChild[1], fromChild[0]) {
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));

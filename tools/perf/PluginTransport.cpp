@@ -107,8 +107,8 @@ public:
             running();
             stopper.wait();
         } else if (mode == "poll") {
-            auto subscription = subscriber->subscribe(
-                everything, [this](Subscriber&, const orlo::dabo::ps::DataEvent<Topic>& event) {
+            auto subscription =
+                subscriber->subscribe(everything, [this](Subscriber&, const orlo::dabo::ps::DataEvent<Topic>& event) {
                     onSample(stampOf(*event.getData()));
                 });
             running();

@@ -26,9 +26,10 @@ private:
 
 class RawPipelineReceiver : public Receiver {
 public:
-    RawPipelineReceiver(const Endpoints& endpoints, const std::string& uri, const std::string& topic,
-                        OnSample onSample)
-        : receiver(endpoints.dabo, uri, topic, [onSample = std::move(onSample)](std::uint32_t id) { onSample({id, 0}); }) {}
+    RawPipelineReceiver(const Endpoints& endpoints, const std::string& uri, const std::string& topic, OnSample onSample)
+        : receiver(endpoints.dabo, uri, topic, [onSample = std::move(onSample)](std::uint32_t id) {
+              onSample({id, 0});
+          }) {}
     // The runtime's thread delivers from construction on; this one only waits for the end.
     void run(Stopper& stopper, const OnRunning& running) override {
         running();
@@ -46,8 +47,8 @@ std::unique_ptr<Sender> makeRawSender(const PerfOptions& options, const Endpoint
     return std::make_unique<RawPipelineSender>(options, endpoints, port, topic);
 }
 
-std::unique_ptr<Receiver> makeRawReceiver(const Endpoints& endpoints, const std::string& uri,
-                                          const std::string& topic, OnSample onSample) {
+std::unique_ptr<Receiver> makeRawReceiver(const Endpoints& endpoints, const std::string& uri, const std::string& topic,
+                                          OnSample onSample) {
     return std::make_unique<RawPipelineReceiver>(endpoints, uri, topic, std::move(onSample));
 }
 

@@ -9,9 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "tools/common/FreePort.h"
 #include "tools/perf/Lines.h"
-#include "tools/perf/PeerProcess.h"
+#include "tools/perf/OneWayDriver.h"
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
@@ -104,14 +103,11 @@ struct ProcessCost {
 }  // namespace
 
 int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
-    PerfOptions options = given;
-    options.portA = lumo::tools::freeLoopbackPort();
-    const ProcessEndpoints process(options, plugin);
-    const Endpoints& endpoints = process.get();
-    auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
-    const auto subscriber = startPeer(options, "sub", self, endpoints);
-    if (!sender->awaitSubscribers(subscribersToAwait(options, 1, 0), std::chrono::seconds(30))) {
-        std::cerr << "krin-perf: the subscriber never joined" << std::endl;
+    OneWayDriver driver(given, self, plugin, throughputTopic, "sub");
+    const PerfOptions& options = driver.options;
+    auto& sender = driver.sender;
+    Peer& subscriber = *driver.peer;
+    if (!driver.awaitSubscriber()) {
         return 3;
     }
     std::uint32_t id = 0;
@@ -128,11 +124,11 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
                                              std::chrono::duration<double>(static_cast<double>(id) / options.rate));
             std::this_thread::sleep_until(due);
         }
-    } while (!subscriber->hasOutput());
-    const std::string line = subscriber->readLine(std::chrono::seconds(10));
+    } while (!subscriber.hasOutput());
+    const std::string line = subscriber.readLine(std::chrono::seconds(10));
     // Closing the subscriber's input ends it, also if it never got its samples.
     sender.reset();
-    subscriber->finish();
+    subscriber.finish();
     unsigned long received = 0;
     unsigned long lost = 0;
     long long nanos = 0;
@@ -149,12 +145,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     const double megabytesPerSecond = samplesPerSecond * static_cast<double>(options.size) / 1e6;
     const double lossPercent =
         received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost);
-    std::cout << Result()
-                     .text("test", "throughput")
-                     .text("impl", options.impl)
-                     .text("read", readModeOf(options))
-                     .flag("in_process", options.inProcess)
-                     .number("size", static_cast<double>(options.size), 0)
+    std::cout << resultHead("throughput", options)
                      .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
                      .number("samples_per_s", samplesPerSecond, 0)
                      .number("mb_per_s", megabytesPerSecond, 2)

@@ -39,6 +39,16 @@ std::string readModeOf(const PerfOptions& options) {
     return options.impl == "raw" ? "events" : "socket";
 }
 
+Result resultHead(const std::string& test, const PerfOptions& options) {
+    Result head;
+    head.text("test", test)
+        .text("impl", options.impl)
+        .text("read", readModeOf(options))
+        .flag("in_process", options.inProcess)
+        .number("size", static_cast<double>(options.size), 0);
+    return head;
+}
+
 ProcessEndpoints::ProcessEndpoints(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
     if (options.impl != "zmq") {
         joins.emplace(options.runtimeProperties);

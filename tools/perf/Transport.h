@@ -12,6 +12,7 @@
 #include "dabo/krin/probe/JoinWatch.h"
 #include "lumotypes/host/Factories.h"
 #include "tools/perf/PerfOptions.h"
+#include "tools/perf/Result.h"
 
 namespace lumotypes::host {
 class Plugin;
@@ -90,6 +91,10 @@ struct Endpoints {
 /// How the receiving side takes samples, as results name it: the plug-in's
 /// read mode, the runtime's events (raw) or the socket itself (zmq).
 std::string readModeOf(const PerfOptions& options);
+
+/// The fields every run's result begins with: which run, through what, read
+/// how, in one process or two, and the array bytes per sample.
+Result resultHead(const std::string& test, const PerfOptions& options);
 
 /// What one measuring process sends and receives on: a runtime that tells
 /// when subscribers join, and the plug-in if it is measured; nothing at all
