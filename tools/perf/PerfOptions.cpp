@@ -74,10 +74,14 @@ void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options)
     auto* loop = app.add_subcommand("loop", "one-way latency at a fixed rate: percentiles, late and lost samples");
     loop->add_option("--rate", options.rate, "samples per second, on an absolute schedule")
         ->type_name("HZ")
+        ->default_str("")
         ->required()
         ->check(numberIn(0.1, 1e6, "samples per second"));
-    loop->add_option("--seconds", options.seconds, "how long the publisher sends (default 60)")
+    // The member is shared with the throughput run, whose default is shorter:
+    // the callback below sets the loop's own.
+    loop->add_option("--seconds", options.seconds, "how long the publisher sends")
         ->type_name("S")
+        ->default_str("60")
         ->check(numberIn(0.01, 86400, "seconds"));
     loop->add_option("--latency-out", options.latencyOut, "every one-way latency in microseconds, one a line")
         ->type_name("FILE");
