@@ -6,8 +6,9 @@
 # the report.
 #
 #   scripts/perf.sh           the full run: docs/performance.md and docs/perf/*.png
-#   scripts/perf.sh --quick   two sizes, short runs, a smoke test of the pipeline;
-#                             report and plots stay in the build directory
+#                             (the loop's 60 s runs at 1 and 10 kHz among them)
+#   scripts/perf.sh --quick   two sizes, short runs (2 s loops), a smoke test of
+#                             the pipeline; report and plots stay in the build directory
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -22,11 +23,13 @@ cmake --build "$build" --parallel 2 --target krin-perf entity_bench engine_bench
 
 if [ $quick -eq 1 ]; then
   sizes=(64 1024); latency_sizes=(1024); seconds=1; round_trips=500; modes_sizes=(1024); bench_time=0.05
-  repeats=1; cost_rate=50000; report_dir="$build/perf"
+  repeats=1; cost_rate=50000; loop_seconds=2; keep_up_rates=(20000 100000); report_dir="$build/perf"
 else
   sizes=(64 256 1024 4096 16384 65536); latency_sizes=(64 1024 16384); seconds=3; round_trips=5000
-  modes_sizes=(64 1024); bench_time=0.3; repeats=3; cost_rate=150000; report_dir=docs
+  modes_sizes=(64 1024); bench_time=0.3; repeats=3; cost_rate=150000; loop_seconds=60; report_dir=docs
+  keep_up_rates=(10000 20000 50000 100000 150000 200000 300000 500000)
 fi
+loop_rates=(1000 10000)
 
 perf="$build/tools/krin-perf"
 data="$build/perf/data"
@@ -40,6 +43,7 @@ run() {
   timeout 120 "$perf" "$@" --json >> "$data/$into" || echo "perf: krin-perf $* failed" >&2
 }
 wire_bytes() { "$perf" throughput --impl raw --size "$1" --seconds 0.2 --warmup 0 --json | sed 's/.*"wire_bytes": \([0-9]*\).*/\1/'; }
+loop_wire_bytes() { "$perf" loop --rate 100 --size "$1" --seconds 0.05 --json | sed 's/.*"wire_bytes": \([0-9]*\).*/\1/'; }
 
 # The peer middleware on loopback only, unicast, so that it meets the same
 # network path as the plug-in. Without ddsperf the report says "n/a".
@@ -63,6 +67,13 @@ ddsperf_pair() {
     ddsperf -D $((seconds + 1)) "$b" "$@" size "$size" > "$data/ddsperf-$name-b.log" 2>&1 || true
   wait $first || true
 }
+# ddsperf_alone NAME DURATION ARGS...: one ddsperf process with both sides
+# (-L matches its own endpoints), its output in $data/ddsperf-NAME-b.log.
+ddsperf_alone() {
+  local name=$1 duration=$2; shift 2
+  [ $peer -eq 1 ] || return 0
+  ddsperf -L -D "$duration" "$@" > "$data/ddsperf-$name-b.log" 2>&1 || true
+}
 
 echo "== throughput"
 for size in "${sizes[@]}"; do
@@ -73,6 +84,11 @@ for size in "${sizes[@]}"; do
   done
   ddsperf_pair sub pub "$(wire_bytes "$size")" "throughput-$size"
 done
+# Both sides in one process over one runtime, beside the runs above.
+for ((k = 0; k < repeats; ++k)); do
+  run inprocess.jsonl throughput --impl plugin --in-process --size 1024 --seconds "$seconds"
+done
+ddsperf_alone throughput-inprocess-1024 $((seconds + 1)) sub pub size "$(wire_bytes 1024)"
 
 echo "== cost per sample at $cost_rate samples/s"
 for size in 64 1024; do
@@ -81,6 +97,16 @@ for size in 64 1024; do
       -p krin.runtime.highWaterMark=20000
   done
   ddsperf_pair sub pub "$(wire_bytes "$size")" "cost-$size" "${cost_rate}Hz"
+done
+
+echo "== rates a subscriber keeps up with, 1 KiB"
+# Each offered rate tried by every side; the report takes the highest below
+# which every rate arrived whole.
+for rate in "${keep_up_rates[@]}"; do
+  for impl in plugin zmq; do
+    run keepup.jsonl throughput --impl "$impl" --size 1024 --seconds "$seconds" --rate "$rate"
+  done
+  ddsperf_pair sub pub "$(wire_bytes 1024)" "keepup-$rate" "${rate}Hz"
 done
 
 echo "== read modes"
@@ -102,6 +128,22 @@ for size in "${latency_sizes[@]}"; do
 done
 for mode in read poll notifier; do
   run latency.jsonl latency --impl plugin --read "$mode" --size 1024 --round-trips "$round_trips"
+done
+run inprocess.jsonl latency --impl plugin --in-process --size 1024 --round-trips "$round_trips"
+ddsperf_alone latency-inprocess-1024 $((seconds + 1)) ping size "$(wire_bytes 1024)" pong
+
+echo "== loop: one-way latency at the loop's rate for $loop_seconds s"
+# The field stabilisation loop's input at 1 kHz and ten times that, across
+# processes and in one, every latency kept for the distribution; ddsperf's
+# ping at the same rate against its pong, across processes and in one.
+loop_size=$(loop_wire_bytes 1024 || true)
+for rate in "${loop_rates[@]}"; do
+  run loop.jsonl loop --rate "$rate" --seconds "$loop_seconds" --latency-out "$data/loop-plugin-$rate.txt"
+  run loop.jsonl loop --rate "$rate" --seconds "$loop_seconds" --in-process \
+    --latency-out "$data/loop-inprocess-$rate.txt"
+  # ddsperf_pair runs for $seconds: here, for the loop's duration.
+  seconds=$loop_seconds ddsperf_pair pong ping "$loop_size" "loop-$rate" "${rate}Hz"
+  ddsperf_alone "loop-inprocess-$rate" "$loop_seconds" ping "${rate}Hz" size "$loop_size" pong
 done
 
 echo "== micro-benchmarks"

@@ -15,10 +15,9 @@ import re
 import statistics
 import subprocess
 
-import matplotlib
-
-matplotlib.use("Agg")
-import matplotlib.pyplot as plt  # noqa: E402
+from perfCommon import (ddsperf_cost, ddsperf_latency, ddsperf_rate, figure, finish_plot, median_run, plt, ratio,
+                        read_text, runs, verdict)
+import perfTail
 
 SIDES = """- **plug-in**: `krin-perf`, HokuTopicIn samples through the exported publisher and subscriber
   factories, payload in the `coefficients` array, two processes on TCP loopback.
@@ -39,59 +38,6 @@ ENGINE_BENCHMARKS = ["Parse/RefPos/0", "NewDataThenRead/RefPos/0", "NewDataToLis
                      "NewDataToListener/HokuTopicIn/4096"]
 
 
-def runs(data, name):
-    path = os.path.join(data, name)
-    if not os.path.exists(path):
-        return []
-    with open(path) as lines:
-        return [json.loads(line) for line in lines if line.strip()]
-
-
-def median_run(candidates):
-    """The run of median rate among repeats: single runs scatter on a shared machine."""
-    if not candidates:
-        return None
-    ordered = sorted(candidates, key=lambda run: run["samples_per_s"])
-    return ordered[(len(ordered) - 1) // 2]
-
-
-def read_text(path):
-    return open(path).read() if os.path.exists(path) else ""
-
-
-def ddsperf_rate(data, name):
-    """The subscriber's per-second rates after the first second, their median in samples/s."""
-    rates = [float(r) for r in re.findall(r" rate ([0-9.]+) kS/s", read_text(os.path.join(data, f"ddsperf-{name}-a.log")))]
-    return statistics.median(rates[1:] or rates) * 1000 if rates else None
-
-
-def ddsperf_latency(data, name):
-    """Median of the per-second 50 %, 90 %, 99 % lines after the first second; the largest max."""
-    lines = re.findall(r" 50% ([0-9.]+)us 90% ([0-9.]+)us 99% ([0-9.]+)us max ([0-9.]+)us",
-                       read_text(os.path.join(data, f"ddsperf-{name}-b.log")))
-    seconds = [tuple(map(float, line)) for line in lines]
-    seconds = seconds[1:] or seconds
-    if not seconds:
-        return None
-    return [statistics.median(s[i] for s in seconds) for i in range(3)] + [max(s[3] for s in seconds)]
-
-
-def ddsperf_cost(data, name):
-    """CPU microseconds and context switches of both processes per sample received."""
-    totals = re.findall(r" total ([0-9]+) lost", read_text(os.path.join(data, f"ddsperf-{name}-a.log")))
-    if not totals or int(totals[-1]) == 0:
-        return None
-    samples = int(totals[-1])
-    cpu = switches = 0.0
-    for side in "ab":
-        for line in read_text(os.path.join(data, f"ddsperf-{name}-{side}.time")).splitlines():
-            fields = line.split()
-            if len(fields) == 4 and re.fullmatch(r"[0-9. ]+", line):
-                cpu += float(fields[0]) + float(fields[1])
-                switches += float(fields[2]) + float(fields[3])
-    return cpu * 1e6 / samples, switches / samples
-
-
 def benchmark_medians(data, name):
     """CPU ns and counters of each benchmark's median aggregate."""
     path = os.path.join(data, f"{name}.json")
@@ -104,18 +50,6 @@ def benchmark_medians(data, name):
     return medians
 
 
-def ratio(a, b):
-    return f"{a / b:.2f}" if a is not None and b else "n/a"
-
-
-def figure(value, form="{:.0f}"):
-    return form.format(value) if value is not None else "n/a"
-
-
-def verdict(met):
-    return "n/a" if met is None else ("**met**" if met else "**not met**")
-
-
 def plot_throughput(rows, out):
     plt.figure(figsize=(9, 5.6))
     for key, label in (("plugin", "plug-in (listener)"), ("raw", "raw pipeline (runtime alone)"),
@@ -126,18 +60,6 @@ def plot_throughput(rows, out):
     plt.yscale("log")
     finish_plot("Throughput by payload size, two processes on loopback", "float array bytes per sample",
                 "samples/s received", "lower left", out)
-
-
-def finish_plot(title, xlabel, ylabel, legend, out):
-    """Labels, grid and legend of a plot over a logarithmic x axis; writes it to `out`."""
-    plt.xscale("log")
-    plt.title(title)
-    plt.xlabel(xlabel)
-    plt.ylabel(ylabel)
-    plt.grid(True, which="both", alpha=0.3)
-    plt.legend(loc=legend)
-    plt.savefig(out, dpi=100)
-    plt.close()
 
 
 def plot_latency(data, peer, out):
@@ -241,6 +163,16 @@ def report(args):
         if run["impl"] == "raw" and peer:
             emit(f"| {size} | ddsperf | {peer[0]:.1f} | {peer[1]:.1f} | {peer[2]:.1f} | {peer[3]:.1f} | 1.00 |")
 
+    emit("\n".join(perfTail.loop_section(data, args.out)))
+    by_size = {row["size"]: row for row in rows}
+    plugin_1k = next((r for r in latency if r["size"] == 1024 and r["impl"] == "plugin" and r["read"] == "listener"),
+                     None)
+    peer_1k = peers.get(1024)
+    in_process = perfTail.in_process_figures(data, plugin_1k and plugin_1k["median_us"],
+                                             by_size.get(1024, {}).get("plugin"), peer_1k and peer_1k[0],
+                                             by_size.get(1024, {}).get("ddsperf"))
+    emit("\n".join(perfTail.in_process_section(in_process)))
+
     entity = benchmark_medians(data, "entity")
     cpu = {name: entry["cpu_time"] for name, entry in entity.items()}
     emit("\n## Binding overhead (CPU time per call, ns; ratio to the message library on the same message)\n")
@@ -275,11 +207,6 @@ def report(args):
             emit(f"| {name} | {entry['cpu_time']:.0f} | {1e9 / entry['cpu_time']:.0f} "
                  f"| {entry.get('allocations_per_sample', 0):.0f} |")
 
-    by_size = {row["size"]: row for row in rows}
-    plugin_1k = next((r for r in latency if r["size"] == 1024 and r["impl"] == "plugin" and r["read"] == "listener"),
-                     None)
-    peer_1k = peers.get(1024)
-
     def target(size, key, threshold):
         row = by_size.get(size)
         if not row or not row["plugin"] or not row[key]:
@@ -302,7 +229,8 @@ def report(args):
     emit(f"| toByteArray ≤ 1.05 × SerializeToArray (worst topic) | {figure(worst_to, '{:.2f}')} "
          f"| {verdict(None if worst_to is None else worst_to <= 1.05)} |")
     emit(f"| fromByteArray ≤ 1.05 × ParseFromArray (worst topic) | {figure(worst_from, '{:.2f}')} "
-         f"| {verdict(None if worst_from is None else worst_from <= 1.05)} |\n")
+         f"| {verdict(None if worst_from is None else worst_from <= 1.05)} |")
+    emit("\n".join(perfTail.target_rows(data, latency, args.cost_rate, in_process)) + "\n")
     emit(read_text(os.path.join(os.path.dirname(__file__), "..", "docs", "perf", "notes.md")).rstrip())
 
     with open(os.path.join(args.out, "performance.md"), "w") as out:

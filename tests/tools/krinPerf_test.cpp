@@ -2,6 +2,8 @@
 // one RESULT line, and refuses bad options before it measures anything.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -100,6 +102,105 @@ TEST(KrinPerf, LatencyRunReportsEveryRoundTripWithOrderedPercentiles) {
     EXPECT_LE(number(result, "median_us"), number(result, "p90_us"));
     EXPECT_LE(number(result, "p90_us"), number(result, "p99_us"));
     EXPECT_LE(number(result, "p99_us"), number(result, "max_us"));
+}
+
+/// A short loop run at a low rate: every sample arrives, the latencies are in order.
+void expectEveryLoopSampleWithOrderedPercentiles(const std::vector<std::string>& extra, const std::string& inProcess) {
+    const std::string latencies = ::testing::TempDir() + "krinPerf-loop-" + inProcess + ".txt";
+    std::vector<std::string> arguments{"loop", "--rate", "200", "--seconds", "0.5", "--size", "64", "--latency-out",
+                                       latencies, "--plugin", LUMOTYPES_KRIN_PLUGIN_PATH};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    ToolProcess perf(LUMO_PERF_PATH, arguments);
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    const auto result = resultOf(perf.out());
+    ASSERT_FALSE(result.empty()) << perf.out();
+    EXPECT_EQ(result.at("test"), "loop");
+    EXPECT_EQ(result.at("in_process"), inProcess);
+    EXPECT_EQ(number(result, "sent"), 100);
+    EXPECT_EQ(number(result, "received"), 100);
+    EXPECT_EQ(number(result, "lost"), 0);
+    EXPECT_GT(number(result, "p50_us"), 0);
+    EXPECT_LE(number(result, "p50_us"), number(result, "p99_us"));
+    EXPECT_LE(number(result, "p99_us"), number(result, "p999_us"));
+    EXPECT_LE(number(result, "p999_us"), number(result, "max_us"));
+    EXPECT_LE(number(result, "late_1ms"), number(result, "received"));
+    std::ifstream written(latencies);
+    std::size_t lines = 0;
+    for (std::string line; std::getline(written, line);) {
+        EXPECT_GT(std::stod(line), 0) << line;
+        ++lines;
+    }
+    EXPECT_EQ(lines, 100u);
+    std::remove(latencies.c_str());
+}
+
+TEST(KrinPerf, LoopAcrossProcessesReceivesEverySampleSentWithOrderedPercentiles) {
+    expectEveryLoopSampleWithOrderedPercentiles({}, "false");
+}
+
+TEST(KrinPerf, LoopInOneProcessReceivesEverySampleSentAndSaysItRanInOneProcess) {
+    expectEveryLoopSampleWithOrderedPercentiles({"--in-process"}, "true");
+}
+
+TEST(KrinPerf, LoopReadingOnItsOwnThreadReceivesEverySampleSent) {
+    expectEveryLoopSampleWithOrderedPercentiles({"--read", "read"}, "false");
+}
+
+TEST(KrinPerf, LatencyInOneProcessCompletesEveryRoundTripAndSaysItRanInOneProcess) {
+    ToolProcess perf(LUMO_PERF_PATH, {"latency", "--in-process", "--size", "64", "--round-trips", "200", "--plugin",
+                                      LUMOTYPES_KRIN_PLUGIN_PATH});
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    const auto result = resultOf(perf.out());
+    ASSERT_FALSE(result.empty()) << perf.out();
+    EXPECT_EQ(result.at("in_process"), "true");
+    EXPECT_EQ(number(result, "round_trips"), 200);
+    EXPECT_EQ(number(result, "timed_out"), 0);
+    EXPECT_LE(number(result, "median_us"), number(result, "max_us"));
+}
+
+TEST(KrinPerf, ThroughputInOneProcessCountsWhatArrivedAndSaysItRanInOneProcess) {
+    std::vector<std::string> arguments = shortThroughput("plugin");
+    arguments.push_back("--in-process");
+    ToolProcess perf(LUMO_PERF_PATH, arguments);
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    const auto result = resultOf(perf.out());
+    ASSERT_FALSE(result.empty()) << perf.out();
+    EXPECT_EQ(result.at("in_process"), "true");
+    EXPECT_GT(number(result, "received"), 0);
+    EXPECT_GE(number(result, "sent"), number(result, "received") + number(result, "lost"));
+}
+
+TEST(KrinPerf, CrossProcessRunsSayTheyDidNotRunInOneProcess) {
+    ToolProcess perf(LUMO_PERF_PATH, {"latency", "--impl", "zmq", "--size", "64", "--round-trips", "20"});
+    ASSERT_EQ(perf.wait(120s), 0) << perf.err();
+    EXPECT_EQ(resultOf(perf.out()).at("in_process"), "false");
+}
+
+TEST(KrinPerf, NegativeLoopRateIsRefusedNamingTheRate) {
+    ToolProcess perf(LUMO_PERF_PATH, {"loop", "--rate", "-5", "--seconds", "1"});
+    EXPECT_EQ(perf.wait(30s), 2);
+    EXPECT_NE(perf.err().find("krin-perf: --rate: -5 is not in"), std::string::npos) << perf.err();
+    EXPECT_EQ(resultOf(perf.out()).size(), 0u);
+}
+
+TEST(KrinPerf, LoopWithoutARateIsRefusedNamingTheRate) {
+    ToolProcess perf(LUMO_PERF_PATH, {"loop", "--seconds", "1"});
+    EXPECT_EQ(perf.wait(30s), 2);
+    EXPECT_NE(perf.err().find("--rate is required"), std::string::npos) << perf.err();
+}
+
+TEST(KrinPerf, InProcessWithBareZeroMqIsRefusedNamingBothArguments) {
+    ToolProcess perf(LUMO_PERF_PATH, {"latency", "--in-process", "--impl", "zmq", "--round-trips", "10"});
+    EXPECT_EQ(perf.wait(30s), 2);
+    EXPECT_NE(perf.err().find("krin-perf: --in-process"), std::string::npos) << perf.err();
+    EXPECT_NE(perf.err().find("--impl zmq has none"), std::string::npos) << perf.err();
+    EXPECT_EQ(resultOf(perf.out()).size(), 0u);
+}
+
+TEST(KrinPerf, LoopThroughTheRawPipelineIsRefusedNamingTheImplementation) {
+    ToolProcess perf(LUMO_PERF_PATH, {"loop", "--rate", "100", "--impl", "raw"});
+    EXPECT_EQ(perf.wait(30s), 2);
+    EXPECT_NE(perf.err().find("krin-perf: --impl raw: loop carries its send time"), std::string::npos) << perf.err();
 }
 
 TEST(KrinPerf, NegativeRateIsRefusedWithUsage) {

@@ -94,6 +94,18 @@ TEST(KrinToolsOperation, PerfAndDemoEndPromptlyOnSigint) {
     EXPECT_LT(perfTook, generously);
 }
 
+TEST(KrinToolsOperation, PerfLoopEndedBySigintStillReportsWhatItMeasured) {
+    ToolProcess perf(LUMO_PERF_PATH, {"loop", "--rate", "100", "--seconds", "600", "--size", "64"});
+    // The first progress line comes after five seconds of sending.
+    ASSERT_TRUE(perf.awaitErr(contains("samples sent"), 60s)) << perf.err();
+    const auto [status, took] = perf.signalAndTime(SIGINT, 30s);
+    EXPECT_EQ(status, 0) << perf.err();
+    const std::string out = perf.out();
+    ASSERT_NE(out.find("RESULT test=loop "), std::string::npos) << out;
+    EXPECT_EQ(out.find(" sent=60000 "), std::string::npos) << out;
+    EXPECT_NE(out.find(" lost=0 "), std::string::npos) << out;
+}
+
 TEST(KrinToolsOperation, TapWhoseReaderStoppedDropsKeepsItsMemoryAndReportsTheDrops) {
     const std::string uri = freshUri();
     ToolProcess tap(LUMO_TAP_PATH, {"--queue", "100", uri, "CentOpt"}, ToolProcess::Stdout::toUnreadPipe);

@@ -1,15 +1,17 @@
-// Latency: a pinging process and a pong process that sends each sample back.
+// Latency: a pinging process and a pong process that sends each sample back
+// (or with --in-process, the pong on threads of the pinging process).
 // A round trip is timed from the ping's publish to the moment the answer is
 // handed to the reading code; half of it is reported.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <thread>
 #include <vector>
 
 #include "tools/common/FreePort.h"
+#include "tools/perf/Latencies.h"
+#include "tools/perf/Lines.h"
 #include "tools/perf/PeerProcess.h"
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
@@ -53,11 +55,6 @@ private:
     Clock::time_point arrivedAt;
 };
 
-double percentile(const std::vector<double>& sorted, double fraction) {
-    const auto index = static_cast<std::size_t>(fraction * static_cast<double>(sorted.size() - 1) + 0.5);
-    return sorted[std::min(index, sorted.size() - 1)];
-}
-
 }  // namespace
 
 int runPing(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
@@ -68,10 +65,11 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
     const Endpoints& endpoints = process.get();
     Mailbox mailbox;
     auto sender = makeSender(options, endpoints, options.portA, pingTopic);
-    auto receiver =
-        makeReceiver(options, endpoints, options.portB, pongTopic, [&mailbox](std::uint32_t id) { mailbox.deliver(id); });
-    PeerProcess pong(self, peerArguments(options, "pong"));
-    if (!sender->awaitSubscribers(1, std::chrono::seconds(30)) || pong.readLine(std::chrono::seconds(30)) != "ready") {
+    auto receiver = makeReceiver(options, endpoints, options.portB, pongTopic,
+                                 [&mailbox](const Stamp& stamp) { mailbox.deliver(stamp.id); });
+    const auto pong = startPeer(options, "pong", self, endpoints);
+    if (!sender->awaitSubscribers(subscribersToAwait(options, 1, 1), std::chrono::seconds(30)) ||
+        pong->readLine(std::chrono::seconds(30)) != "ready") {
         std::cerr << "krin-perf: the pong process never joined" << std::endl;
         return 3;
     }
@@ -84,7 +82,7 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
         for (long n = 0; n < warmupRoundTrips + options.roundTrips; ++n) {
             const auto id = static_cast<std::uint32_t>(n);
             const Clock::time_point sent = Clock::now();
-            sender->send(id);
+            sender->send({id, 0});
             Clock::time_point answered;
             if (!mailbox.await(id, std::chrono::seconds(1), answered)) {
                 ++timedOut;
@@ -96,29 +94,23 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
         }
         stopper.stop();
     });
-    receiver->run(stopper);
+    receiver->run(stopper, [] {});
     pinger.join();
-    pong.writeLine("quit");
+    // Each subscriber closes before the publisher it is connected to, so that
+    // neither side sees its publisher go away while it still listens.
     receiver.reset();
+    pong->writeLine("quit");
+    pong->finish();
     sender.reset();
-    pong.finish();
     if (halves.empty()) {
         std::cerr << "krin-perf: no round trip completed" << std::endl;
         return 3;
     }
     if (!options.latencyOut.empty()) {
-        std::ofstream out(options.latencyOut);
-        for (double half : halves) {
-            out << half << "\n";
-        }
+        writeLatencies(options.latencyOut, halves);
     }
     std::sort(halves.begin(), halves.end());
-    const std::string read = readModeOf(options);
-    std::cout << Result()
-                     .text("test", "latency")
-                     .text("impl", options.impl)
-                     .text("read", read)
-                     .number("size", static_cast<double>(options.size), 0)
+    std::cout << resultHead("latency", options)
                      .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
                      .number("round_trips", static_cast<double>(halves.size()), 0)
                      .number("timed_out", static_cast<double>(timedOut), 0)
@@ -131,25 +123,23 @@ int runPing(const PerfOptions& given, const std::string& self, const lumotypes::
     return 0;
 }
 
-int runPong(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
-    const ProcessEndpoints process(options, plugin);
-    const Endpoints& endpoints = process.get();
+int runPong(const PerfOptions& options, const Endpoints& endpoints, DriverLink& driver) {
     auto sender = makeSender(options, endpoints, options.portB, pongTopic);
     Sender& answer = *sender;
-    auto receiver =
-        makeReceiver(options, endpoints, options.portA, pingTopic, [&answer](std::uint32_t id) { answer.send(id); });
-    if (!sender->awaitSubscribers(1, std::chrono::seconds(30))) {
+    auto receiver = makeReceiver(options, endpoints, options.portA, pingTopic,
+                                 [&answer](const Stamp& stamp) { answer.send(stamp); });
+    if (!sender->awaitSubscribers(subscribersToAwait(options, 1, 1), std::chrono::seconds(30))) {
         return 3;
     }
-    std::cout << "ready" << std::endl;
+    driver.say("ready");
     Stopper stopper;
-    std::thread quit([&stopper] {
+    std::thread quit([&stopper, &driver] {
         std::string line;
-        while (std::getline(std::cin, line) && line != "quit") {
+        while (driver.hear(line) && line != "quit") {
         }
         stopper.stop();
     });
-    receiver->run(stopper);
+    receiver->run(stopper, [] {});
     quit.join();
     receiver.reset();
     sender.reset();

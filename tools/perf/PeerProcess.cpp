@@ -1,21 +1,55 @@
 #include "tools/perf/PeerProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <iostream>
 #include <stdexcept>
 
 namespace lumo::perf {
 
-PeerProcess::PeerProcess(const std::string& program, const std::vector<std::string>& arguments) {
-    int toChild[2];
-    int fromChild[2];
-    if (::pipe2(toChild, O_CLOEXEC) != 0 || ::pipe2(fromChild, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe failed");
+namespace {
+
+/// A pipe whose ends a started program does not inherit.
+struct Pipe {
+    int ends[2] = {-1, -1};
+    Pipe() {
+        if (::pipe2(ends, O_CLOEXEC) != 0) {
+            throw std::runtime_error("pipe failed");
+        }
     }
+};
+
+}  // namespace
+
+std::string Peer::readLine(std::chrono::milliseconds limit) {
+    std::string line;
+    return reader.next(line, limit) ? line : std::string();
+}
+
+namespace {
+
+void closeOnce(int& end) {
+    if (end >= 0) {
+        ::close(end);
+        end = -1;
+    }
+}
+
+}  // namespace
+
+void Peer::closeInput() { closeOnce(input); }
+
+void Peer::closeOutput() { closeOnce(output); }
+
+PeerProcess::PeerProcess(const std::string& program, const std::vector<std::string>& arguments)
+    : PeerProcess(program, arguments, Pipe().ends, Pipe().ends) {}
+
+PeerProcess::PeerProcess(const std::string& program, const std::vector<std::string>& arguments, const int (&toChild)[2],
+                         const int (&fromChild)[2])
+    : Peer(toChild[1], fromChild[0]) {
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));
     for (const std::string& argument : arguments) {
@@ -31,8 +65,6 @@ PeerProcess::PeerProcess(const std::string& program, const std::vector<std::stri
     }
     ::close(toChild[0]);
     ::close(fromChild[1]);
-    input = toChild[1];
-    output = fromChild[0];
 }
 
 PeerProcess::~PeerProcess() {
@@ -42,53 +74,46 @@ PeerProcess::~PeerProcess() {
     }
 }
 
-bool PeerProcess::hasOutput() const {
-    pollfd item{output, POLLIN, 0};
-    return ::poll(&item, 1, 0) > 0;
-}
-
-std::string PeerProcess::readLine(std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-        const auto newline = buffered.find('\n');
-        if (newline != std::string::npos) {
-            std::string line = buffered.substr(0, newline);
-            buffered.erase(0, newline + 1);
-            return line;
-        }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        pollfd item{output, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&item, 1, static_cast<int>(left.count())) <= 0) {
-            return {};
-        }
-        char chunk[512];
-        const ssize_t got = ::read(output, chunk, sizeof chunk);
-        if (got <= 0) {
-            return {};
-        }
-        buffered.append(chunk, static_cast<std::size_t>(got));
-    }
-}
-
-void PeerProcess::writeLine(const std::string& line) {
-    const std::string text = line + "\n";
-    [[maybe_unused]] const ssize_t written = ::write(input, text.data(), text.size());
-}
-
 int PeerProcess::finish() {
-    if (input >= 0) {
-        ::close(input);
-        input = -1;
-    }
+    // Closing the peer's stdin is what tells it that the run is over.
+    closeInput();
     int status = 0;
     if (pid > 0) {
         ::waitpid(pid, &status, 0);
         pid = -1;
     }
-    if (output >= 0) {
-        ::close(output);
-        output = -1;
+    closeOutput();
+    return status;
+}
+
+PeerThread::PeerThread(Role role) : PeerThread(std::move(role), Pipe().ends, Pipe().ends) {}
+
+PeerThread::PeerThread(Role role, const int (&toRole)[2], const int (&fromRole)[2])
+    : Peer(toRole[1], fromRole[0]), roleInput(toRole[0]) {
+    const int roleOutput = fromRole[1];
+    thread = std::thread([this, role = std::move(role), roleOutput] {
+        DriverLink driver(roleInput, roleOutput);
+        try {
+            status = role(driver);
+        } catch (const std::exception& failure) {
+            std::cerr << "krin-perf: " << failure.what() << std::endl;
+            status = 3;
+        }
+        // The driving side reads to the end of what the role wrote; the role's
+        // input stays open until finish(), so that a late line to it is harmless.
+        ::close(roleOutput);
+    });
+}
+
+PeerThread::~PeerThread() { finish(); }
+
+int PeerThread::finish() {
+    closeInput();
+    if (thread.joinable()) {
+        thread.join();
+        ::close(roleInput);
     }
+    closeOutput();
     return status;
 }
 

@@ -12,8 +12,10 @@ void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options)
         "Two processes on TCP loopback. throughput: this process publishes HokuTopicIn samples as fast as it can "
         "(or at --rate), a subscriber process counts what arrives (samples/s, MB/s, samples lost, told by gaps in "
         "sample_id) and what each sample cost both processes. latency: this process pings, a pong process sends "
-        "every sample back; reported are round-trip halves. Prints one line: RESULT key=value ..., or with "
-        "--json one JSON object.");
+        "every sample back; reported are round-trip halves. loop: this process publishes FieldStablizationTopicIn "
+        "samples at a fixed rate, each carrying its send time, a subscriber process reports the one-way latency "
+        "distribution. With --in-process both sides run in this one process over one runtime. Prints one line: "
+        "RESULT key=value ..., or with --json one JSON object.");
     app.require_subcommand(1);
     app.footer(lumo::tools::exitStatusText("the run failed (no peer, nothing received)"));
     line.addPlugin(options.plugin);
@@ -33,6 +35,9 @@ void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options)
         ->type_name("BYTES")
         ->check(wholeNumberIn(4, 1024 * 1024, "bytes"));
     app.add_flag("--json", options.json, "print the result as one JSON object");
+    app.add_flag("--in-process", options.inProcess,
+                 "both sides in this one process through one runtime, the peer's role on threads (--impl plugin "
+                 "or raw)");
     app.add_option("--role", options.role)->group("");
     // Set by the driving process on its peer's command line only.
     app.add_option_function<std::string>("--ports", [&options](const std::string& ports) {
@@ -65,12 +70,46 @@ void definePerfOptions(lumo::tools::ToolCommandLine& line, PerfOptions& options)
     latency->add_option("--seconds", options.seconds)->group("");
     latency->add_option("--warmup", options.warmupSeconds)->group("");
     latency->callback([&options] { options.test = "latency"; });
+
+    auto* loop = app.add_subcommand("loop", "one-way latency at a fixed rate: percentiles, late and lost samples");
+    loop->add_option("--rate", options.rate, "samples per second, on an absolute schedule")
+        ->type_name("HZ")
+        ->default_str("")
+        ->required()
+        ->check(numberIn(0.1, 1e6, "samples per second"));
+    // The member is shared with the throughput run, whose default is shorter:
+    // the callback below sets the loop's own.
+    loop->add_option("--seconds", options.seconds, "how long the publisher sends")
+        ->type_name("S")
+        ->default_str("60")
+        ->check(numberIn(0.01, 86400, "seconds"));
+    loop->add_option("--latency-out", options.latencyOut, "every one-way latency in microseconds, one a line")
+        ->type_name("FILE");
+    loop->add_option("--warmup", options.warmupSeconds)->group("");
+    loop->callback([&options, loop] {
+        options.test = "loop";
+        if (loop->count("--seconds") == 0) {
+            options.seconds = 60.0;
+        }
+    });
 }
 
 void checkPerfOptions(const PerfOptions& options) {
     if (options.size % 4 != 0) {
         throw lumo::tools::UsageError("--size " + std::to_string(options.size) +
                                       " is not a multiple of 4 (the array holds floats)");
+    }
+    if (options.inProcess && options.impl == "zmq") {
+        throw lumo::tools::UsageError(
+            "--in-process shares one runtime between both sides; --impl zmq has none (use --impl plugin or raw)");
+    }
+    if (options.test == "loop" && options.impl != "plugin") {
+        throw lumo::tools::UsageError("--impl " + options.impl +
+                                      ": loop carries its send time in the plug-in's samples (use --impl plugin)");
+    }
+    if (options.test == "loop" && options.rate * options.seconds > maxLoopSamples) {
+        throw lumo::tools::UsageError("--rate times --seconds is more than " +
+                                      std::to_string(static_cast<long>(maxLoopSamples)) + " samples for one loop run");
     }
 }
 
@@ -92,6 +131,12 @@ std::vector<std::string> peerArguments(const PerfOptions& options, const std::st
             role,
             "--ports",
             std::to_string(options.portA) + "," + std::to_string(options.portB)};
+    if (options.test == "loop") {
+        arguments.insert(arguments.end(), {"--rate", std::to_string(options.rate)});
+        if (!options.latencyOut.empty()) {
+            arguments.insert(arguments.end(), {"--latency-out", options.latencyOut});
+        }
+    }
     for (const auto& property : options.runtimeProperties) {
         arguments.push_back("-p");
         arguments.push_back(property.first + "=" + property.second);

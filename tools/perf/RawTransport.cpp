@@ -16,7 +16,7 @@ class RawPipelineSender : public Sender {
 public:
     RawPipelineSender(const PerfOptions& options, const Endpoints& endpoints, int port, const std::string& topic)
         : sender(endpoints.dabo, port, topic, wireSizeOf(options.size)), joins(*endpoints.joins) {}
-    void send(std::uint32_t id) override { sender.send(id); }
+    void send(const Stamp& stamp) override { sender.send(stamp.id); }
     bool awaitSubscribers(int count, std::chrono::milliseconds limit) override { return joins.await(count, limit); }
 
 private:
@@ -26,11 +26,15 @@ private:
 
 class RawPipelineReceiver : public Receiver {
 public:
-    RawPipelineReceiver(const Endpoints& endpoints, const std::string& uri, const std::string& topic,
-                        OnSample onSample)
-        : receiver(endpoints.dabo, uri, topic, std::move(onSample)) {}
-    // The runtime's thread delivers; this one only waits for the end.
-    void run(Stopper& stopper) override { stopper.wait(); }
+    RawPipelineReceiver(const Endpoints& endpoints, const std::string& uri, const std::string& topic, OnSample onSample)
+        : receiver(endpoints.dabo, uri, topic, [onSample = std::move(onSample)](std::uint32_t id) {
+              onSample({id, 0});
+          }) {}
+    // The runtime's thread delivers from construction on; this one only waits for the end.
+    void run(Stopper& stopper, const OnRunning& running) override {
+        running();
+        stopper.wait();
+    }
 
 private:
     RawReceiver receiver;
@@ -43,8 +47,8 @@ std::unique_ptr<Sender> makeRawSender(const PerfOptions& options, const Endpoint
     return std::make_unique<RawPipelineSender>(options, endpoints, port, topic);
 }
 
-std::unique_ptr<Receiver> makeRawReceiver(const Endpoints& endpoints, const std::string& uri,
-                                          const std::string& topic, OnSample onSample) {
+std::unique_ptr<Receiver> makeRawReceiver(const Endpoints& endpoints, const std::string& uri, const std::string& topic,
+                                          OnSample onSample) {
     return std::make_unique<RawPipelineReceiver>(endpoints, uri, topic, std::move(onSample));
 }
 

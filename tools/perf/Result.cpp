@@ -16,6 +16,11 @@ Result& Result::number(const std::string& key, double value, int decimals) {
     return *this;
 }
 
+Result& Result::flag(const std::string& key, bool value) {
+    fields.push_back({key, value ? "true" : "false", false});
+    return *this;
+}
+
 std::string Result::line(bool json) const {
     std::string out = json ? "{" : "RESULT";
     for (std::size_t i = 0; i < fields.size(); ++i) {

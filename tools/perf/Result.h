@@ -14,6 +14,8 @@ public:
     Result& text(const std::string& key, const std::string& value);
     /// `value` with `decimals` digits after the point.
     Result& number(const std::string& key, double value, int decimals);
+    /// `value` as true or false.
+    Result& flag(const std::string& key, bool value);
 
     std::string line(bool json) const;
 

@@ -1,4 +1,5 @@
-// Throughput: one publishing process, one subscribing process.
+// Throughput: one publishing process, one subscribing process (or with
+// --in-process, one process with the subscriber on threads of its own).
 #include <sys/resource.h>
 
 #include <chrono>
@@ -8,8 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "tools/common/FreePort.h"
-#include "tools/perf/PeerProcess.h"
+#include "tools/perf/Lines.h"
+#include "tools/perf/OneWayDriver.h"
 #include "tools/perf/Result.h"
 #include "tools/perf/Runs.h"
 #include "tools/perf/Transport.h"
@@ -32,7 +33,8 @@ public:
           window(std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))),
           stopper(stopper) {}
 
-    void take(std::uint32_t id) {
+    void take(const Stamp& stamp) {
+        const std::uint32_t id = stamp.id;
         if (finished) {
             return;
         }
@@ -101,14 +103,11 @@ struct ProcessCost {
 }  // namespace
 
 int runThroughputPublisher(const PerfOptions& given, const std::string& self, const lumotypes::host::Plugin* plugin) {
-    PerfOptions options = given;
-    options.portA = lumo::tools::freeLoopbackPort();
-    const ProcessEndpoints process(options, plugin);
-    const Endpoints& endpoints = process.get();
-    auto sender = makeSender(options, endpoints, options.portA, throughputTopic);
-    PeerProcess subscriber(self, peerArguments(options, "sub"));
-    if (!sender->awaitSubscribers(1, std::chrono::seconds(30))) {
-        std::cerr << "krin-perf: the subscriber never joined" << std::endl;
+    OneWayDriver driver(given, self, plugin, throughputTopic, "sub");
+    const PerfOptions& options = driver.options;
+    auto& sender = driver.sender;
+    Peer& subscriber = *driver.peer;
+    if (!driver.awaitSubscriber()) {
         return 3;
     }
     std::uint32_t id = 0;
@@ -118,7 +117,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     const Clock::time_point paceStart = Clock::now();
     do {
         for (int n = 0; n < burst; ++n) {
-            sender->send(id++);
+            sender->send({id++, 0});
         }
         if (options.rate > 0) {
             const auto due = paceStart + std::chrono::duration_cast<Clock::duration>(
@@ -127,7 +126,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
         }
     } while (!subscriber.hasOutput());
     const std::string line = subscriber.readLine(std::chrono::seconds(10));
-    // Closing the subscriber's stdin ends it, also if it never got its samples.
+    // Closing the subscriber's input ends it, also if it never got its samples.
     sender.reset();
     subscriber.finish();
     unsigned long received = 0;
@@ -137,19 +136,16 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
         std::cerr << "krin-perf: the subscriber reported '" << line << "'" << std::endl;
         return 3;
     }
-    // Both processes together, over the whole run, per sample offered: what
-    // one sample costs the machine, whether or not the window counted it.
+    // Both processes (or both sides in this one) together, over the whole run,
+    // per sample offered: what one sample costs the machine, whether or not
+    // the window counted it.
     const ProcessCost cost = ProcessCost::ofThisRun();
     const double perSent = id == 0 ? 0.0 : 1.0 / static_cast<double>(id);
     const double samplesPerSecond = static_cast<double>(received) * 1e9 / static_cast<double>(nanos);
     const double megabytesPerSecond = samplesPerSecond * static_cast<double>(options.size) / 1e6;
     const double lossPercent =
         received + lost == 0 ? 0.0 : 100.0 * static_cast<double>(lost) / static_cast<double>(received + lost);
-    std::cout << Result()
-                     .text("test", "throughput")
-                     .text("impl", options.impl)
-                     .text("read", readModeOf(options))
-                     .number("size", static_cast<double>(options.size), 0)
+    std::cout << resultHead("throughput", options)
                      .number("wire_bytes", static_cast<double>(wireSizeOf(options.size)), 0)
                      .number("samples_per_s", samplesPerSecond, 0)
                      .number("mb_per_s", megabytesPerSecond, 2)
@@ -157,6 +153,7 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
                      .number("lost", static_cast<double>(lost), 0)
                      .number("loss_pct", lossPercent, 2)
                      .number("sent", static_cast<double>(id), 0)
+                     .number("offered_per_s", options.rate, 0)
                      .number("cpu_us_per_sample", cost.cpuSeconds * 1e6 * perSent, 3)
                      .number("switches_per_sample", static_cast<double>(cost.contextSwitches) * perSent, 4)
                      .line(options.json)
@@ -164,26 +161,23 @@ int runThroughputPublisher(const PerfOptions& given, const std::string& self, co
     return 0;
 }
 
-int runThroughputSubscriber(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {
-    const ProcessEndpoints process(options, plugin);
-    // Shared with the thread below, which may outlive this function: the
-    // publisher closes this process's stdin only after it has the report.
-    auto stopper = std::make_shared<Stopper>();
-    Tally tally(options.warmupSeconds, options.seconds, *stopper);
-    // The publisher closes this process's stdin when it gives up or is done.
-    std::thread publisherGone([stopper] {
+int runThroughputSubscriber(const PerfOptions& options, const Endpoints& endpoints, DriverLink& driver) {
+    Stopper stopper;
+    Tally tally(options.warmupSeconds, options.seconds, stopper);
+    // The publisher closes this side's input when it gives up, or once it has the report.
+    std::thread publisherGone([&stopper, &driver] {
         std::string ignored;
-        while (std::getline(std::cin, ignored)) {
+        while (driver.hear(ignored)) {
         }
-        stopper->stop();
+        stopper.stop();
     });
-    publisherGone.detach();
     {
-        auto receiver = makeReceiver(options, process.get(), options.portA, throughputTopic,
-                                     [&tally](std::uint32_t id) { tally.take(id); });
-        receiver->run(*stopper);
+        auto receiver = makeReceiver(options, endpoints, options.portA, throughputTopic,
+                                     [&tally](const Stamp& stamp) { tally.take(stamp); });
+        receiver->run(stopper, [] {});
     }
-    std::cout << tally.report() << std::endl;
+    driver.say(tally.report());
+    publisherGone.join();
     return 0;
 }
 

@@ -26,11 +26,27 @@ std::size_t wireSizeOf(std::size_t arrayBytes) {
     return arrayBytes == 0 ? scalars : scalars + 1 + varintSize(arrayBytes) + arrayBytes;
 }
 
+std::size_t loopWireSizeOf(std::size_t arrayBytes) {
+    // The same leading fields and array as HokuTopicIn's, then gp1_az ..
+    // pds_az and tel_north_angle, a one-byte tag and four bytes each.
+    return wireSizeOf(arrayBytes) + 5 * (1 + 4);
+}
+
 std::string readModeOf(const PerfOptions& options) {
     if (options.impl == "plugin") {
         return options.readMode;
     }
     return options.impl == "raw" ? "events" : "socket";
+}
+
+Result resultHead(const std::string& test, const PerfOptions& options) {
+    Result head;
+    head.text("test", test)
+        .text("impl", options.impl)
+        .text("read", readModeOf(options))
+        .flag("in_process", options.inProcess)
+        .number("size", static_cast<double>(options.size), 0);
+    return head;
 }
 
 ProcessEndpoints::ProcessEndpoints(const PerfOptions& options, const lumotypes::host::Plugin* plugin) {

@@ -35,8 +35,8 @@ public:
         socket.bind(endpointOf(port));
     }
 
-    void send(std::uint32_t id) override {
-        std::memcpy(payload.data(), &id, sizeof id);
+    void send(const Stamp& stamp) override {
+        std::memcpy(payload.data(), &stamp.id, sizeof stamp.id);
         // As the plug-in does: never wait; a full queue loses the sample.
         socket.send(zmq::buffer(topicFrame), zmq::send_flags::sndmore | zmq::send_flags::dontwait);
         socket.send(zmq::buffer(header), zmq::send_flags::sndmore | zmq::send_flags::dontwait);
@@ -81,7 +81,8 @@ public:
 
     // Takes samples on the calling thread, looking at the stopper between
     // waits, as the plug-in's read mode does.
-    void run(Stopper& stopper) override {
+    void run(Stopper& stopper, const OnRunning& running) override {
+        running();
         zmq::message_t topic;
         zmq::message_t header;
         zmq::message_t payload;
@@ -96,7 +97,7 @@ public:
                 std::uint32_t id = 0;
                 if (payload.size() >= sizeof id) {
                     std::memcpy(&id, payload.data(), sizeof id);
-                    onSample(id);
+                    onSample({id, 0});
                 }
             }
         }

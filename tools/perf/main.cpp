@@ -1,6 +1,7 @@
-// krin-perf: throughput and latency of the plug-in across two processes on
-// TCP loopback, and of the raw pipeline under it, in the manner of the
-// usual middleware performance tools. `krin-perf --help` explains the options.
+// krin-perf: throughput, latency and the loop's one-way latency of the plug-in
+// across two processes on TCP loopback (or both sides in one process), and of
+// the raw pipeline under it, in the manner of the usual middleware
+// performance tools. `krin-perf --help` explains the options.
 #include <unistd.h>
 
 #include <log4cplus/consoleappender.h>
@@ -17,8 +18,10 @@
 #include "lumotypes/host/Plugin.h"
 #include "tools/common/CommandLine.h"
 #include "tools/common/StopSignal.h"
+#include "tools/perf/Lines.h"
 #include "tools/perf/PerfOptions.h"
 #include "tools/perf/Runs.h"
+#include "tools/perf/Transport.h"
 
 namespace {
 
@@ -49,7 +52,7 @@ int main(int argc, char* argv[]) {
     log4cplus::SharedAppenderPtr toStderr(new log4cplus::ConsoleAppender(true));
     log4cplus::Logger::getRoot().addAppender(toStderr);
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
-    return lumo::tools::runTool("krin-perf", [&] {
+    const auto run = [&] {
         lumo::perf::checkPerfOptions(options);
         try {
             lumo::tools::checkProperties(options.runtimeProperties, "krin-perf");
@@ -62,11 +65,13 @@ int main(int argc, char* argv[]) {
             plugin = std::make_unique<lumotypes::host::Plugin>(options.plugin);
         }
         try {
-            if (options.role == "sub") {
-                return lumo::perf::runThroughputSubscriber(options, plugin.get());
+            if (!options.role.empty()) {
+                const lumo::perf::ProcessEndpoints process(options, plugin.get());
+                lumo::perf::DriverLink driver(STDIN_FILENO, STDOUT_FILENO);
+                return lumo::perf::runPeerRole(options, process.get(), driver);
             }
-            if (options.role == "pong") {
-                return lumo::perf::runPong(options, plugin.get());
+            if (options.test == "loop") {
+                return lumo::perf::runLoopPublisher(options, selfPath(), plugin.get());
             }
             return options.test == "throughput"
                        ? lumo::perf::runThroughputPublisher(options, selfPath(), plugin.get())
@@ -78,5 +83,12 @@ int main(int argc, char* argv[]) {
             std::cerr << "krin-perf: " << failure.what() << std::endl;
             return static_cast<int>(lumo::tools::exitFailed);
         }
-    });
+    };
+    // A loop run watches for Ctrl-C itself and still reports what it measured,
+    // and a peer ends when its driving side closes its input: neither may be
+    // cut short by the grace that other runs get after a signal.
+    if (options.test == "loop" || !options.role.empty()) {
+        return lumo::tools::exitCodeOf("krin-perf", run);
+    }
+    return lumo::tools::runTool("krin-perf", run);
 }
