@@ -106,7 +106,9 @@ TEST(KrinPerf, LatencyRunReportsEveryRoundTripWithOrderedPercentiles) {
 
 /// A short loop run at a low rate: every sample arrives, the latencies are in order.
 void expectEveryLoopSampleWithOrderedPercentiles(const std::vector<std::string>& extra, const std::string& inProcess) {
-    const std::string latencies = ::testing::TempDir() + "krinPerf-loop-" + inProcess + ".txt";
+    // Named after the test: the loop tests run in parallel, each in its own process.
+    const std::string latencies = ::testing::TempDir() + "krinPerf-" +
+                                  ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
     std::vector<std::string> arguments{"loop", "--rate", "200", "--seconds", "0.5", "--size", "64", "--latency-out",
                                        latencies, "--plugin", LUMOTYPES_KRIN_PLUGIN_PATH};
     arguments.insert(arguments.end(), extra.begin(), extra.end());
