@@ -179,8 +179,9 @@ def report(args):
     emit("| topic | toByteArray | SerializeToArray | ratio | fromByteArray | ParseFromArray | ratio |")
     emit("|---|---:|---:|---:|---:|---:|---:|")
     worst_to = worst_from = None
-    # The topics as the benchmark names them, in its order.
-    topics = [name.split("/", 1)[1] for name in cpu if name.startswith("ToByteArray/")]
+    # The topics as the benchmark names them, by name: the repetitions run
+    # interleaved at random, so the results come in no fixed order.
+    topics = sorted(name.split("/", 1)[1] for name in cpu if name.startswith("ToByteArray/"))
     for topic in topics:
         to, ser = cpu.get(f"ToByteArray/{topic}"), cpu.get(f"SerializeToArray/{topic}")
         fr, par = cpu.get(f"FromByteArray/{topic}"), cpu.get(f"ParseFromArray/{topic}")
