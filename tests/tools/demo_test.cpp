@@ -23,6 +23,19 @@ const char* const allTopics[] = {"InterfaceControlArgs", "Dummy",         "LumoM
                                  "SimCentErrors",        "FieldStablizationTopicIn", "FieldStablizationTopicOut",
                                  "HokuTopicIn",          "HokuTopicOut"};
 
+/// From "... in process for X of Y subscriptions ...": {X, Y}, or {-1, -1}.
+std::pair<int, int> inProcessShareIn(const std::string& out) {
+    const std::string lead = "lumo-demo: samples travel in process for ";
+    const auto at = out.find(lead);
+    int inProcess = -1;
+    int all = -1;
+    if (at == std::string::npos ||
+        std::sscanf(out.c_str() + at + lead.size(), "%d of %d subscriptions", &inProcess, &all) != 2) {
+        return {-1, -1};
+    }
+    return {inProcess, all};
+}
+
 TEST(LumoDemo, AShortRunVerifiesEveryTopicAndExitsZero) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1"});
     ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
@@ -48,25 +61,14 @@ TEST(LumoDemo, CurveRunAuthenticatesTheWholeLoopAndVerifiesEveryTopic) {
     EXPECT_EQ(out.find("FAILED"), std::string::npos) << out;
     // Every subscriber holds the one admitted key: none is refused.
     EXPECT_EQ(demo.err().find("Refused"), std::string::npos) << demo.err();
+    // Over TCP, so that every subscription passes the handshake.
+    EXPECT_EQ(inProcessShareIn(out).first, 0) << out;
 }
 
 TEST(LumoDemo, PlainRunSaysItsTransportIsPlain) {
     ToolProcess demo(LUMO_DEMO_PATH, {"--duration", "1", "--quiet"});
     ASSERT_EQ(demo.wait(100s), 0) << demo.out() << demo.err();
     EXPECT_NE(demo.out().find("Transport: plain TCP"), std::string::npos) << demo.out();
-}
-
-/// From "... in process for X of Y subscriptions ...": {X, Y}, or {-1, -1}.
-std::pair<int, int> inProcessShareIn(const std::string& out) {
-    const std::string lead = "lumo-demo: samples travel in process for ";
-    const auto at = out.find(lead);
-    int inProcess = -1;
-    int all = -1;
-    if (at == std::string::npos ||
-        std::sscanf(out.c_str() + at + lead.size(), "%d of %d subscriptions", &inProcess, &all) != 2) {
-        return {-1, -1};
-    }
-    return {inProcess, all};
 }
 
 TEST(LumoDemo, ItsComponentsShareOneProcessSoEverySubscriptionTakesTheInProcessPath) {

@@ -25,6 +25,10 @@ void switchCurveOn(orlo::dabo::Dabo::Properties& properties) {
     properties["krin.runtime.curve.publicKey"] = client.publicKey;
     properties["krin.runtime.curve.secretKey"] = client.secretKey;
     properties["krin.runtime.curve.authorizedKeys"] = client.publicKey;
+    // The loop's own subscribers would otherwise take the in-process path,
+    // where nothing is authenticated because nothing leaves the process: a
+    // run that is to show CURVE at work sends them over TCP, unless told not to.
+    properties.emplace("krin.runtime.inProcess", "false");
 }
 
 }  // namespace
@@ -63,7 +67,8 @@ void defineDemoOptions(lumo::tools::ToolCommandLine& line, DemoOptions& options)
     line.addPlugin(options.plugin);
     app.add_flag("--curve", options.curve,
                  "run authenticated and encrypted (CURVE): a server key pair and a subscriber key pair are made "
-                 "for the run, and the endpoints admit only that subscriber key");
+                 "for the run, the endpoints admit only that subscriber key, and the loop's own subscribers use "
+                 "TCP rather than the in-process path, so that every sample passes the handshake's keys");
     app.add_flag("--scope", options.scope,
                  "start krin-scope on the demo's topics and print the address of its page; it serves the page "
                  "until Ctrl-C");
