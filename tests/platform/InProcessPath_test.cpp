@@ -20,6 +20,7 @@
 namespace {
 
 using namespace orlo::dabo::krin::detail;
+using lumo::test::frameOf;
 using lumo::test::ChildProcess;
 using lumo::test::Message;
 using lumo::test::RecordingHandler;
@@ -30,10 +31,6 @@ using orlo::dabo::krin::KrinMetrics;
 
 constexpr unsigned int sampleCount = 500;
 const std::string topic = "/in-process";
-
-std::string frameOf(const std::string& name) {
-    return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(name)));
-}
 
 std::vector<Message> samplesFrom(const std::string& sender, unsigned int count, std::size_t payloadSize = 1024) {
     std::vector<Message> samples;

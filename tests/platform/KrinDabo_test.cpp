@@ -18,6 +18,7 @@
 namespace {
 
 using namespace orlo::dabo::krin::detail;
+using lumo::test::frameOf;
 using lumo::test::Message;
 using lumo::test::RecordingHandler;
 using lumo::test::freePort;
@@ -51,10 +52,6 @@ private:
     std::condition_variable changed;
     std::vector<std::pair<bool, std::string>> changes;
 };
-
-std::string frameOf(const std::string& topic) {
-    return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
-}
 
 class KrinDaboTest : public ::testing::Test {
 protected:

@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
         Publisher publisher;
         publisher.endpoint = endpointAndTopic.substr(0, bar);
         const std::string topic = endpointAndTopic.substr(bar + 1);
-        publisher.topicFrame = createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
+        publisher.topicFrame = lumo::test::frameOf(topic);
         publisher.dealer = dabo->createDealer();
         publisher.handler = std::make_shared<lumo::test::RecordingHandler>();
         std::weak_ptr<EventsHandler> handler = publisher.handler;

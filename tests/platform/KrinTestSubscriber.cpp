@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
     auto dabo = KrinDabo::create({});
     auto subscriber = std::make_shared<lumo::test::RecordingHandler>();
     std::weak_ptr<EventsHandler> handler = subscriber;
-    dabo->registerSubscriber(uri, createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic))),
+    dabo->registerSubscriber(uri, lumo::test::frameOf(topic),
                              handler);
     if (!subscriber->waitFor(REGISTERED)) {
         std::cerr << "krin_test_subscriber: not registered" << std::endl;

@@ -25,6 +25,8 @@
 
 #include "dabo/krin/detail/EventsHandler.h"
 #include "dabo/krin/detail/KrinDabo.h"
+#include "dabo/krin/detail/KrinHelpers.h"
+#include "dabo/util/DaboUtil.h"
 
 namespace lumo::test {
 
@@ -32,6 +34,12 @@ using orlo::dabo::krin::detail::EventsHandler;
 using orlo::dabo::krin::detail::KrinDaboEvent;
 
 using Message = std::vector<std::string>;
+
+/// The topic frame of the topic path `topic`: what a subscriber subscribes to.
+inline std::string frameOf(const std::string& topic) {
+    return orlo::dabo::krin::detail::createFrame0(
+        static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
+}
 
 /// Generous bound for waits on the runtime; reached only when a test fails.
 constexpr std::chrono::seconds patience{20};

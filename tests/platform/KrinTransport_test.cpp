@@ -17,16 +17,13 @@
 namespace {
 
 using namespace orlo::dabo::krin::detail;
+using lumo::test::frameOf;
 using lumo::test::Message;
 using lumo::test::RecordingHandler;
 using lumo::test::freePort;
 using lumo::test::sampleFrames;
 
 constexpr unsigned int samplesPerPublisher = 200;
-
-std::string frameOf(const std::string& topic) {
-    return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
-}
 
 std::string endpointOf(unsigned int port) {
     return "tcp://127.0.0.1:" + std::to_string(port);

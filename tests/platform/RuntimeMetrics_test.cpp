@@ -19,6 +19,7 @@
 namespace {
 
 using namespace orlo::dabo::krin::detail;
+using lumo::test::frameOf;
 using orlo::dabo::krin::EndpointMetrics;
 using orlo::dabo::krin::KrinMetrics;
 using orlo::dabo::krin::toPrometheusText;
@@ -26,10 +27,6 @@ using lumo::test::RecordingHandler;
 using lumo::test::freePort;
 using lumo::test::sampleFrames;
 using lumo::test::sendMessage;
-
-std::string frameOf(const std::string& topic) {
-    return createFrame0(static_cast<unsigned int>(orlo::dabo::util::topicNameHash(topic)));
-}
 
 std::string endpointOf(unsigned int port) { return "tcp://127.0.0.1:" + std::to_string(port); }
 std::string uriOf(unsigned int port, const std::string& topic) {
@@ -75,6 +72,17 @@ protected:
         std::weak_ptr<EventsHandler> handler = publisher;
         dabo->registerPublisher(endpointOf(port), getSocketIdentity(*dealer), handler, {});
         EXPECT_TRUE(publisher->waitFor(REGISTERED));
+    }
+
+    /// A plain SUB of the endpoint with a queue of four, which the test
+    /// leaves unread until it chooses to.
+    zmq::socket_t stalledSubscriber(zmq::context_t& context) const {
+        zmq::socket_t stalled(context, zmq::socket_type::sub);
+        stalled.set(zmq::sockopt::rcvhwm, 4);
+        stalled.set(zmq::sockopt::linger, 0);
+        stalled.set(zmq::sockopt::subscribe, frame);
+        stalled.connect(endpointOf(port));
+        return stalled;
     }
 
     bool waitForSubscriptions(int count) {
@@ -145,11 +153,7 @@ TEST_F(MetricsTest, MessagesAHandlerCouldNotProcessAreCountedAsFailed) {
 TEST_F(MetricsTest, MessagesAStalledSubscriberMissesAreCountedAsDropped) {
     publishingRuntime({{"krin.runtime.highWaterMark", "4"}});
     zmq::context_t context;
-    zmq::socket_t stalled(context, zmq::socket_type::sub);
-    stalled.set(zmq::sockopt::rcvhwm, 4);
-    stalled.set(zmq::sockopt::linger, 0);
-    stalled.set(zmq::sockopt::subscribe, frame);
-    stalled.connect(endpointOf(port));
+    zmq::socket_t stalled = stalledSubscriber(context);
     ASSERT_TRUE(waitForSubscriptions(1));
 
     // Far more than the queues and the socket buffers hold, unread.
@@ -185,11 +189,7 @@ TEST_F(MetricsTest, MessagesAStalledSubscriberMissesAreCountedAsDropped) {
 TEST_F(MetricsTest, AStalledSubscriberHoldsBackNoOtherSubscriberOfTheSameTopic) {
     publishingRuntime({{"krin.runtime.highWaterMark", "4"}});
     zmq::context_t context;
-    zmq::socket_t stalled(context, zmq::socket_type::sub);
-    stalled.set(zmq::sockopt::rcvhwm, 4);
-    stalled.set(zmq::sockopt::linger, 0);
-    stalled.set(zmq::sockopt::subscribe, frame);
-    stalled.connect(endpointOf(port));
+    zmq::socket_t stalled = stalledSubscriber(context);
     zmq::socket_t reading(context, zmq::socket_type::sub);
     reading.set(zmq::sockopt::linger, 0);
     reading.set(zmq::sockopt::subscribe, frame);
