@@ -18,6 +18,7 @@
 #include <zmq.hpp>
 
 #include "FuzzSupport.h"
+#include "HostSignals.h"
 #include "dabo/krin/detail/KrinDabo.h"
 #include "dabo/krin/detail/KrinHelpers.h"
 #include "dabo/krin/detail/ps/subscriber.h"
@@ -130,6 +131,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Harness& h = harness();
+    // As on the runtime's thread: libFuzzer's timer (SIGALRM) would otherwise
+    // end a wait of ZeroMQ's early, which it reports as an error.
+    const orlo::dabo::krin::detail::HostSignalsHeldBack runtimeThreadsMask;
     lumo::fuzz::ByteReader input(data, size);
     const std::uint8_t control = input.byte();
     const std::size_t frameCount = 1 + (control & 7) % 5;

@@ -45,6 +45,7 @@ tsan_suites=(
   tests/engine/QueuedSubscription_test tests/engine/QueuedSubscriber_test tests/engine/MapMrvSubscriber_test
   tests/engine/DataEventImpl_test
   tests/platform/krinDabo_test tests/platform/krinTransport_test tests/platform/inProcessPath_test
+  tests/platform/runtimeSignals_test
   tests/transport/publisher_test tests/transport/publisherSend_test tests/transport/instancePublisher_test
   tests/transport/publisherDelegator_test tests/transport/wirePublisher_test
   tests/transport/subscriber_test tests/transport/subscriberReceive_test tests/transport/subscriberTracing_test

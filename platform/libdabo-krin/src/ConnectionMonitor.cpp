@@ -13,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include "HostSignals.h"
 #include "RuntimeLogger.h"
 
 namespace orlo::dabo::krin::detail {
@@ -103,6 +104,7 @@ void ConnectionMonitor::stopWatching() {
     std::atomic<bool> stopped{false};
     std::thread drain;
     try {
+        const HostSignalsHeldBack signalsHeldBack;
         drain = std::thread([this, &stopped] {
             while (!stopped) {
                 zmq::pollitem_t item{monitor.handle(), 0, ZMQ_POLLIN, 0};

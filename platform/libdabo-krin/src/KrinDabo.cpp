@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "HostSignals.h"
 #include "KrinRuntime.h"
 #include "MetricsServer.h"
 #include "ProtobufLogRouting.h"
@@ -111,7 +112,10 @@ KrinDabo::KrinDabo(const orlo::dabo::Dabo::Properties& properties, std::shared_p
     std::future<void> started = ready.get_future();
     // The thread shares the runtime's state, so that it can finish on its own
     // when the last reference to this object is dropped on that very thread.
-    thread = std::thread([state = runtime, &ready] { state->run(ready); });
+    {
+        const HostSignalsHeldBack signalsHeldBack;
+        thread = std::thread([state = runtime, &ready] { state->run(ready); });
+    }
     try {
         started.get();
     } catch (...) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "HostSignals.h"
 #include "dabo/DaboException.h"
 
 namespace orlo::dabo::krin::detail {
@@ -67,10 +68,15 @@ MetricsServer::MetricsServer(const std::string& address, std::function<std::stri
         throw badAddress(address, std::string("cannot be bound") +
                                       (error != 0 ? std::string(" (") + std::strerror(error) + ")" : std::string()));
     }
-    thread = std::thread([this] {
-        server->listen_after_bind();
-        listenReturned = true;
-    });
+    {
+        const HostSignalsHeldBack signalsHeldBack;
+        thread = std::thread([this] {
+            // Named for `top -H` and debuggers, as the runtime's thread is.
+            pthread_setname_np(pthread_self(), "krin-metrics");
+            server->listen_after_bind();
+            listenReturned = true;
+        });
+    }
     // A stop before the server runs would be lost, and the join would wait
     // for ever; the server takes no time to start once bound.
     while (!server->is_running() && !listenReturned) {
