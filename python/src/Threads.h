@@ -19,6 +19,53 @@ namespace py = pybind11;
 /// into Python.
 std::atomic<bool>& interpreterStopping();
 
+/// Once the interpreter has begun to end, a thread other than the one ending
+/// it that takes the GIL is ended by the interpreter on the spot, by an
+/// unwind that aborts the process when it meets a C++ frame that may not
+/// throw. So every thread that takes the GIL while C++ frames are on its
+/// stack passes this gate first, and the module's exit hook closes it before
+/// the interpreter ends:
+///
+/// - `PythonEntry`: taken before the GIL; false once the gate is closed, and
+///   the caller must then not take the GIL. While one is held, the gate
+///   cannot close.
+/// - `closeInterpreterGate()`: called without the GIL by the thread that will
+///   end the interpreter; waits for the entries under way. That thread may
+///   enter afterwards too.
+class PythonEntry {
+public:
+    PythonEntry();
+    ~PythonEntry();
+    PythonEntry(const PythonEntry&) = delete;
+    PythonEntry& operator=(const PythonEntry&) = delete;
+
+    explicit operator bool() const { return admitted; }
+
+private:
+    bool admitted;
+};
+
+void closeInterpreterGate();
+
+/// Takes back the GIL that `saved` released. A thread the gate turns away
+/// never returns: it waits until the process ends, as the interpreter's
+/// own daemon threads do.
+void takeGilBack(PyThreadState* saved);
+
+/// Runs `action` without the GIL. The GIL is taken back in plain code, not in
+/// a destructor (which may not throw), through the gate.
+template <typename Action>
+void withGilReleased(Action&& action) {
+    PyThreadState* const saved = PyEval_SaveThread();
+    try {
+        action();
+    } catch (...) {
+        takeGilBack(saved);
+        throw;
+    }
+    takeGilBack(saved);
+}
+
 /// A time-out given in seconds: none waits without end; negative throws ValueError.
 std::optional<std::chrono::milliseconds> timeoutFrom(const std::optional<double>& seconds, const char* what);
 
@@ -38,10 +85,7 @@ bool waitInSlices(const std::optional<std::chrono::milliseconds>& timeout, Step&
             wait = std::max(std::chrono::milliseconds(0), std::min(left, slice));
         }
         bool done = false;
-        {
-            py::gil_scoped_release released;
-            done = step(wait);
-        }
+        withGilReleased([&] { done = step(wait); });
         if (done) {
             return true;
         }
@@ -59,8 +103,7 @@ bool waitInSlices(const std::optional<std::chrono::milliseconds>& timeout, Step&
 template <typename Action>
 void withoutGil(Action&& action) {
     if (PyGILState_Check() != 0 && !interpreterStopping().load()) {
-        py::gil_scoped_release released;
-        action();
+        withGilReleased(action);
     } else {
         action();
     }

@@ -32,6 +32,12 @@ public:
         if (interpreterStopping().load()) {
             return {};
         }
+        // Held until the GIL is released again: the interpreter may not begin
+        // to end while this thread is in it.
+        const PythonEntry entry;
+        if (!entry) {
+            return {};
+        }
         py::gil_scoped_acquire gil;
         try {
             function->get()(sampleObject<T>(entity));

@@ -120,10 +120,12 @@ PYBIND11_MODULE(_native, module) {
     module.def(
         "load_plugin", [](const std::string& path) { return lp::plugin(path).path(); }, py::arg("path") = "",
         "Loads the plug-in (from `path`, else the default one) if it is not loaded yet; returns its path.");
-    // Before the interpreter goes, no runtime thread may call into it any more.
+    // Before the interpreter goes, no other thread may enter it any more:
+    // calls under way finish first, later ones never take the GIL.
     module.def("_stop", [] {
         lp::interpreterStopping().store(true);
         py::gil_scoped_release released;
+        lp::closeInterpreterGate();
         lp::closeEveryEndpoint();
     });
     py::module_::import("atexit").attr("register")(module.attr("_stop"));

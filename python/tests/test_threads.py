@@ -95,6 +95,41 @@ def test_the_interpreter_ends_cleanly_while_a_listener_is_being_called(uri):
     assert out.strip() == "leaving"
 
 
+def test_the_interpreter_ends_cleanly_while_threads_wait_without_the_gil(uri):
+    # Publishing and reading threads spend most of their time without the
+    # GIL, so at exit several are due to take it back while the interpreter
+    # ends; each of the runs must end normally.
+    script = """
+        import threading
+        import lumotypes_krin as lk
+        rt = lk.Runtime()
+        sub = rt.subscriber(URI, lk.RefPos)
+        reader = rt.subscriber(URI, lk.RefPos)
+        publishers = [rt.publisher(URI, lk.RefPos) for _ in range(6)]
+        sub.listen(lambda sample: None)
+        started = []
+        def flood(pub, began):
+            while True:
+                pub.publish(lk.RefPos(refPosX=1))
+                began.set()
+        def read(began):
+            while True:
+                reader.read(1, 0.001)
+                began.set()
+        for target, argument in [(flood, pub) for pub in publishers] + [(read, None)] * 2:
+            began = threading.Event()
+            started.append(began)
+            arguments = (argument, began) if argument is not None else (began,)
+            threading.Thread(target=target, args=arguments, daemon=True).start()
+        assert all(began.wait(20) for began in started)
+        print("leaving", flush=True)
+        """
+    for run in range(5):
+        code, out, err = run_python(script, uri("exit-%d" % run))
+        assert code == 0, err
+        assert out.strip() == "leaving"
+
+
 def test_objects_that_outlive_their_runtime_are_harmless_at_exit(uri):
     code, out, err = run_python(
         """
