@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -57,11 +55,7 @@ protected:
     /// Sets `dabo` up, a runtime that tells when its endpoint sees a subscription.
     void createRuntime(orlo::dabo::Dabo::Properties properties = {}) {
         KrinDaboTestHooks hooks;
-        hooks.subscriptionObserver = [this](const std::string&, bool subscribed, const std::string&) {
-            std::lock_guard<std::mutex> lock(mutex);
-            subscriptions += subscribed ? 1 : -1;
-            changed.notify_all();
-        };
+        hooks.subscriptionObserver = subscriptions.observer();
         hooks.stopped = [this] { runtimeStopped = true; };
         dabo = KrinDaboTesting::create(properties, hooks);
     }
@@ -89,10 +83,7 @@ protected:
     }
 
     /// Waits until the endpoint has seen `count` subscriptions more than unsubscriptions.
-    bool waitForSubscriptions(int count) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, lumo::test::patience, [&] { return subscriptions >= count; });
-    }
+    bool waitForSubscriptions(int count) { return subscriptions.waitFor(count); }
 
     void publish(const std::vector<Message>& samples) {
         for (const Message& sample : samples) {
@@ -124,12 +115,10 @@ protected:
     }
 
     const unsigned int port = freePort();
+    lumo::test::SubscriptionCount subscriptions;
     std::shared_ptr<KrinDabo> dabo;
     std::unique_ptr<zmq::socket_t> dealer;
     std::shared_ptr<RecordingHandler> publisher;
-    std::mutex mutex;
-    std::condition_variable changed;
-    int subscriptions = 0;
     std::atomic<bool> runtimeStopped{false};
 };
 

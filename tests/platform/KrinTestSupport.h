@@ -151,6 +151,33 @@ private:
     std::shared_ptr<zmq::socket_t> registeredSocket;
 };
 
+/// The subscriptions an endpoint has seen, less its unsubscriptions, as the
+/// runtime's subscription hook reports them; a test waits on the count before
+/// it publishes. Declare it before the runtime whose hook it is, so that it
+/// outlives that runtime.
+class SubscriptionCount {
+public:
+    /// For KrinDaboTestHooks::subscriptionObserver.
+    std::function<void(const std::string&, bool, const std::string&)> observer() {
+        return [this](const std::string&, bool subscribed, const std::string&) {
+            std::lock_guard<std::mutex> lock(mutex);
+            count += subscribed ? 1 : -1;
+            changed.notify_all();
+        };
+    }
+
+    /// Waits until the count is at least `atLeast`; false after `patience`.
+    bool waitFor(int atLeast) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, patience, [&] { return count >= atLeast; });
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+};
+
 /// Waits until the runtime's thread has worked off every request made before:
 /// an unregistration of nothing is answered in turn.
 inline bool workedOff(orlo::dabo::krin::detail::KrinDabo& dabo) {

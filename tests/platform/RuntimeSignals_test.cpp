@@ -9,12 +9,10 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -172,15 +170,9 @@ TEST_P(SignalsWhileSamplesFlowTest, SignalsAimedAtTheRuntimesThreadCostNoSample)
     const unsigned int port = freePort();
     const std::string endpoint = "tcp://127.0.0.1:" + std::to_string(port);
     const std::string uri = "krin.ps://127.0.0.1:" + std::to_string(port) + topic;
-    std::mutex mutex;
-    std::condition_variable changed;
-    int subscriptions = 0;
+    lumo::test::SubscriptionCount subscriptions;
     KrinDaboTestHooks hooks;
-    hooks.subscriptionObserver = [&](const std::string&, bool subscribed, const std::string&) {
-        std::lock_guard<std::mutex> lock(mutex);
-        subscriptions += subscribed ? 1 : -1;
-        changed.notify_all();
-    };
+    hooks.subscriptionObserver = subscriptions.observer();
     const auto dabo = KrinDaboTesting::create({{"krin.runtime.inProcess", GetParam() ? "true" : "false"}}, hooks);
 
     const auto dealer = dabo->createDealer();
@@ -192,10 +184,7 @@ TEST_P(SignalsWhileSamplesFlowTest, SignalsAimedAtTheRuntimesThreadCostNoSample)
     std::weak_ptr<EventsHandler> subscriberHandler = subscriber;
     dabo->registerSubscriber(uri, frameOf(topic), subscriberHandler);
     ASSERT_TRUE(subscriber->waitFor(REGISTERED));
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        ASSERT_TRUE(changed.wait_for(lock, lumo::test::patience, [&] { return subscriptions >= 1; }));
-    }
+    ASSERT_TRUE(subscriptions.waitFor(1));
     const pid_t runtime = runtimeThreadOf(*dabo);
     ASSERT_NE(runtime, 0);
 
